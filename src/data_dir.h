@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace reporter {
+
+/// The plug-in's data directory, with its trailing slash. Set once before threads start.
+extern std::string REPORTER_DATA_DIR;
+
+/// Puts `prefix` in front of the data directory's current value, as it stands (twice prefixes
+/// twice). For relocating the data directory, for example under a test root.
+void set_reporter_data_prefix(const std::string& prefix);
+
+}  // namespace reporter
