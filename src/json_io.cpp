@@ -1,0 +1,28 @@
+#include "json_io.h"
+
+#include <json/json.h>
+
+// The one place for the library's old reader and writers: their output is what servers, scripts
+// and technicians' tools know, and the newer ones differ from it in blanks and comments.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+namespace reporter {
+
+bool json_read(const std::string& text, Json::Value& value, json_comments comments) {
+    try {
+        return Json::Reader().parse(text, value, comments == json_comments::keep);
+    } catch (const Json::Exception&) {
+        // Nesting beyond the reader's limit is thrown instead of reported.
+        return false;
+    }
+}
+
+std::string json_compact(const Json::Value& value) {
+    return Json::FastWriter().write(value);
+}
+
+std::string json_styled(const Json::Value& value) {
+    return Json::StyledWriter().write(value);
+}
+
+}  // namespace reporter
