@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string>
+
+/// A named lock between processes, on a lock file under /run/user/5001/, with one mutex in front of
+/// it for the threads of this process: at most one thread holds any file_lock, whatever its name.
+///
+/// Not recursive: a thread that holds one locks no other. The system drops a process's lock on a
+/// file as soon as it closes any descriptor of that file, so a process keeps one object per name.
+/// To be destroyed unlocked. Meets what std::unique_lock asks of a mutex.
+class file_lock {
+public:
+    /// `mode` is "create_only", which replaces a lock file left over from earlier, or "open_only",
+    /// which needs one. Throws std::runtime_error "Failed to create or open: <path>".
+    file_lock(const std::string& mode, const std::string& name);
+    file_lock(const file_lock&) = delete;
+    file_lock& operator=(const file_lock&) = delete;
+    ~file_lock();
+
+    /// Blocks without limit; a signal whose handler does not restart system calls breaks the wait
+    /// off. Throws std::runtime_error "Failed to lock: <name>", after which this object cannot be
+    /// locked any more, and std::system_error when this thread holds a file_lock already.
+    void lock();
+
+    /// Only by the thread that holds the lock; by another it changes nothing but the log.
+    void unlock();
+
+private:
+    /// Owns a file descriptor, -1 when closed.
+    class descriptor {
+    public:
+        descriptor() = default;
+        descriptor(const descriptor&) = delete;
+        descriptor& operator=(const descriptor&) = delete;
+        ~descriptor() { close(); }
+
+        int get() const { return _value; }
+        void reset(int value);
+        void close() { reset(-1); }
+
+    private:
+        int _value = -1;
+    };
+
+    std::string _mode;
+    std::string _name;
+    descriptor _descriptor;
+};
