@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+#include <unordered_map>
+
+#include <system_info.h>
+
+namespace reporter {
+
+// Facts about the device and the user's consent, read from the platform at each call. Any thread.
+// No reader reports a failure: a value that cannot be read is the empty string unless said
+// otherwise.
+
+/// All facts by name, logged one line each. "LFD_BLOCK_BASIC_TRAFFIC_SUPPORT" is there only when
+/// set; every other name always is.
+std::unordered_map<std::string, std::string> get_sys_info();
+
+/// The same without the lines of the facts.
+std::unordered_map<std::string, std::string> get_sys_info_impl();
+
+/// Broadcast standard: "ATSC", "DVB" or "ISDB".
+std::string get_sys_info_dtv_type();
+
+std::string get_sys_info_product_type();
+
+/// Identifier of this device, "EMPTYDUID" when it has none.
+std::string get_sys_info_duid();
+
+/// False when it cannot be read.
+bool get_sys_info_block_basic_traffic();
+
+/// True when it cannot be read: a device counts as supported until it says otherwise.
+bool get_support_reporter_value();
+
+/// A fact that every device of the platform has, one of the device maker's, and one that the
+/// platform numbers.
+std::string get_platform_info(const std::string& key);
+std::string get_custom_info(const char* key);
+std::string get_sys_info_string_value(system_info_key_e key);
+
+/// Whether the user has accepted the data-collection disclaimer; false when it cannot be read.
+bool get_user_agreement();
+bool is_user_agreement_accepted();
+
+}  // namespace reporter
