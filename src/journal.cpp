@@ -1,0 +1,53 @@
+#include "journal.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "common.h"
+#include "logging.h"
+
+namespace reporter {
+
+journal::journal(const std::string& path, unsigned int max_lines, unsigned int max_line_length)
+    : _path(path), _max_lines(max_lines), _max_line_length(max_line_length) {
+    write_file(_path, "");
+}
+
+bool journal::add(const std::string& first, const std::string& second) {
+    const std::lock_guard<std::mutex> guard(_mutex);
+    try {
+        std::string line = get_current_time() + "::" + first + "::" + second;
+        line.resize(std::min<std::size_t>(line.size(), _max_line_length));
+        // An event is one line, or the file would outgrow its number of lines.
+        std::replace(line.begin(), line.end(), '\n', ' ');
+        add_line(line);
+        return true;
+    } catch (const std::exception& error) {
+        REPORTER_ERROR("can't write to journal: " << error.what());
+        return false;
+    }
+}
+
+void journal::add_line(const std::string& line) const {
+    std::string content = read_file(_path);
+    // A line whose writing was cut short is ended here, so that the next does not run into it.
+    const bool cut_short = !content.empty() && content.back() != '\n';
+    if (cut_short) {
+        content += '\n';
+    }
+    const auto lines = std::count(content.begin(), content.end(), '\n');
+    if (lines < static_cast<std::ptrdiff_t>(_max_lines)) {
+        append_to_file(_path, (cut_short ? "\n" : "") + line + "\n");
+        return;
+    }
+    const std::size_t oldest_end = content.find('\n');
+    content.erase(0, oldest_end == std::string::npos ? oldest_end : oldest_end + 1);
+    write_file(_path, content + line + "\n");
+}
+
+journal& get_journal() {
+    static journal instance("/opt/data/dpm/dplugins/tev-reporter-plugin/journal", 10, 100);
+    return instance;
+}
+
+}  // namespace reporter

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <mutex>
+#include <string>
+
+namespace reporter {
+
+/// The last few events of this run of the program, one line each, for a technician to read.
+/// Any thread may add; the file is this process's own.
+class journal {
+public:
+    /// Begins with an empty file at `path`. `max_line_length` is in bytes, the line's end not
+    /// counted. Throws what write_file throws.
+    journal(const std::string& path, unsigned int max_lines, unsigned int max_line_length);
+
+    /// Adds "<local time>::<first>::<second>", cut to the maximum length; the oldest line goes when
+    /// the file is full. A failure is logged, changes no earlier line and gives false.
+    bool add(const std::string& first, const std::string& second);
+
+    std::string get_path() const { return _path; }
+
+private:
+    void add_line(const std::string& line) const;
+
+    std::mutex _mutex;
+    std::string _path;
+    unsigned int _max_lines;
+    unsigned int _max_line_length;
+};
+
+/// The journal of the process: 10 lines of 100 bytes in the data directory. Any thread.
+journal& get_journal();
+
+}  // namespace reporter
