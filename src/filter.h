@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string>
+#include <unordered_map>
+
+#include "lua/lua_state.h"
+#include "report.h"
+
+namespace reporter {
+
+/// Decides whether a report may be taken in. For report sources; the agent's own pass asks none.
+class filter {
+public:
+    filter() = default;
+    filter(const filter&) = delete;
+    filter& operator=(const filter&) = delete;
+
+    virtual bool operator()(const report& r) = 0;
+    virtual ~filter() = default;
+};
+
+/// Takes every report on a supported device whose basic traffic is not blocked, else none.
+/// Immutable: any thread.
+class default_filter : public filter {
+public:
+    /// `sys_info` as get_sys_info() gives it.
+    explicit default_filter(const std::unordered_map<std::string, std::string>& sys_info);
+
+    bool operator()(const report& r) override;
+
+private:
+    bool _support;
+    bool _lfd_block_basic_traffic_support;
+};
+
+/// Asks the function "filter" of a Lua state: one table in, a boolean out. One thread at a time.
+class lua_filter : public filter {
+public:
+    explicit lua_filter(lua::lua_state&& state);
+
+    /// Throws lua_exception when the function is missing, fails or returns anything but a boolean.
+    bool operator()(const report& r) override;
+
+private:
+    lua::lua_state _state;
+};
+
+}  // namespace reporter
