@@ -14,7 +14,7 @@ extern "C" {
  *
  * May be called from any thread; leaves errno as it was.
  */
-/* NOLINTNEXTLINE(bugprone-reserved-identifier): the platform chose the name. */
+/* NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming): not our choice */
 int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 4, 5)));
 

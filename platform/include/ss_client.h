@@ -6,7 +6,7 @@
 extern "C" {
 #endif
 
-/** A client's right to read its items, from ss_init_credential(); copied freely, never looked into. */
+/** A client's right to read its items: from ss_init_credential(), copied freely. */
 typedef struct {
     unsigned int opaque[8];
 } ss_credential_s;
