@@ -35,8 +35,8 @@ void journal::add_line(const std::string& line) const {
     if (cut_short) {
         content += '\n';
     }
-    const auto lines = std::count(content.begin(), content.end(), '\n');
-    if (lines < static_cast<std::ptrdiff_t>(_max_lines)) {
+    const auto lines = static_cast<std::size_t>(std::count(content.begin(), content.end(), '\n'));
+    if (lines < _max_lines) {
         append_to_file(_path, (cut_short ? "\n" : "") + line + "\n");
         return;
     }

@@ -41,8 +41,8 @@ std::unique_ptr<stats>& process_stats() {
     return owner;
 }
 
-// A local variable is the once-flag: with std::call_once, a throwing first call leaves the next
-// one hanging on some targets.
+// A local variable is the once-flag: where pthread_once does not unwind, as under the thread
+// sanitizer, std::call_once hangs after a first call that threw.
 void init_stats_once() {
     static const bool initialised = (init_stats(), true);
     static_cast<void>(initialised);
