@@ -1,0 +1,55 @@
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include <httplib.h>
+
+#include "plan.h"
+#include "report_store.h"
+#include "request_form.h"
+
+namespace collector {
+
+/// Answers the agent's two kinds of requests and prints one line for each, before its answer is
+/// sent. All members may be called from several threads at once.
+class request_desk {
+public:
+    /// Slashes at the paths' beginning do not matter, here and in requests.
+    request_desk(const std::string& reports_path, const std::string& check_hashes_path,
+                 answer_plan plan, report_store store);
+
+    /// Makes the server pass its requests to this object, which has to outlive it.
+    void attach(httplib::Server& server);
+
+    /// Waits for the line or the report being written and lets no other begin.
+    void close() { _mutex.lock(); }
+
+private:
+    struct decision {
+        int status = 200;
+        Json::Value codes = Json::Value(Json::arrayValue);
+        Json::ArrayIndex entries = 0;
+        std::string reason;  ///< why it was not accepted
+    };
+
+    void answer(const httplib::Request& request, httplib::Response& response);
+    void refuse(const httplib::Request& request, httplib::Response& response);
+    planned_answer count_and_plan(endpoint where, unsigned& number);
+    decision decide(endpoint where, const std::string& text, const planned_answer& planned);
+    void decide_reports(const request_form& form, const planned_answer& planned, decision& made);
+    void decide_hashes(const request_form& form, const planned_answer& planned, decision& made);
+    void print_line(unsigned number, const httplib::Request& request, const decision& made,
+                    const planned_answer& planned);
+
+    std::map<std::string, endpoint> _endpoints;
+    answer_plan _plan;
+    std::mutex _mutex;  ///< guards all below and standard output
+    report_store _store;
+    unsigned _total = 0;
+    std::map<endpoint, unsigned> _counts;
+};
+
+}  // namespace collector
