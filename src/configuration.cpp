@@ -17,20 +17,6 @@ bool begins_with(const std::string& text, const std::string& prefix) {
     return text.compare(0, prefix.size(), prefix) == 0;
 }
 
-// False when the file is missing or not JSON; the next suffix is tried then.
-bool try_config_file(const std::string& dir, const std::string& suffix, Json::Value& value) {
-    std::string path;
-    try {
-        path = build_config_path(dir, suffix);
-        value = parse_config(read_file(path));
-    } catch (...) {
-        REPORTER_INFO("inspect: " << path);
-        return false;
-    }
-    REPORTER_INFO("config: " << path << " was loaded");
-    return true;
-}
-
 }  // namespace
 
 std::string get_version_of_script(const std::string& file_name) {
@@ -60,10 +46,15 @@ Json::Value parse_config(const std::string& text) {
 }
 
 Json::Value load_config_file(const std::string& dir) {
-    Json::Value value;
     for (const char* suffix : config_suffixes) {
-        if (try_config_file(dir, suffix, value)) {
+        std::string path;
+        try {
+            path = build_config_path(dir, suffix);
+            Json::Value value = parse_config(read_file(path));
+            REPORTER_INFO("config: " << path << " was loaded");
             return value;
+        } catch (...) {
+            REPORTER_INFO("inspect: " << path);
         }
     }
     throw configuration_exception("config doesn't found");
