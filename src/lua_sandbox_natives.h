@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+#include "lua/lua_state.h"
+
+namespace reporter {
+
+/// The database file that the storage script owns.
+std::string path_to_db();
+
+struct lua_native {
+    const char* name;
+    lua_CFunction function;
+};
+
+struct string_native {
+    const char* name;
+    lua::lua_state::string_function function;
+};
+
+/// What a sandboxed script may call, in the order in which it is registered.
+extern const lua_native store_natives[3];
+extern const lua_native logging_natives[4];
+extern const string_native string_natives[5];
+
+}  // namespace reporter
