@@ -1,20 +1,63 @@
--- SQLite for the storage script, on the compiled luasql binding of the system. Loaded once per
--- interpreter for its side effect, the global `sqlite3`; a device that ships another binding only has
--- to offer the same function with a connection of the same three methods.
+-- SQLite for the storage script, on the compiled luasql binding of the system. Loaded for its side effect,
+-- the global `sqlite3`. A device with another binding needs another file with the same functions.
 
 local environment = require("luasql.sqlite3").sqlite3()
 
-sqlite3 = {
-  -- Opens (and creates) a database file and waits up to busy_wait_ms for the locks of other SQLite
-  -- clients. Returns a connection, or nil and SQLite's message. The connection has
-  --   execute(sql): a number for a statement without rows, a cursor for a query, or nil and a message;
-  --   getlastautoid(), close().
-  -- A cursor has fetch(row, "n"), which fills and returns the row, or returns nil at the end and nil
-  -- and a message on failure, and close(). A statement that returns rows is begun twice by the
-  -- binding: never give it one that changes the database, such as INSERT ... RETURNING.
-  open = function(path, busy_wait_ms)
-    return environment:connect(path, busy_wait_ms)
-  end,
-}
+-- Raises SQLite's own message, without the binding's mark before it.
+local function check(result, message)
+  if result then return result end
+  error((string.gsub(message, "^LuaSQL: ", "")), 0)
+end
+
+sqlite3 = {}
+
+-- Opens (and creates) a database file. A statement waits up to busy_wait_ms for other clients' locks.
+-- Every function of the returned table raises SQLite's message when it fails. The arguments after a
+-- statement are put into it by string.format and must be safe there: the binding binds no values.
+function sqlite3.open(path, busy_wait_ms)
+  local connection = check(environment:connect(path, busy_wait_ms))
+  local database = {}
+
+  -- Runs a statement. The binding begins one that returns rows twice, so it must not change the
+  -- database as well (INSERT ... RETURNING would insert two rows).
+  function database.execute(sql, ...)
+    return check(connection:execute(string.format(sql, ...)))
+  end
+
+  -- Calls visit(row) for each row of a query; the table is used again for the next row, and visit must
+  -- not fail. Integers beyond Lua's integer type are narrowed: let SQL cast those to text.
+  function database.each(visit, sql, ...)
+    local cursor = database.execute(sql, ...)
+    if type(cursor) == "number" then return end
+    local row, message = cursor:fetch({}, "n")
+    while row do
+      visit(row)
+      row, message = cursor:fetch(row, "n")
+    end
+    cursor:close()
+    check(not message, message)
+  end
+
+  -- The first row of a query, or nil.
+  function database.row(sql, ...)
+    local first
+    database.each(function(row) first = first or { unpack(row, 1, 16) } end, sql, ...)
+    return first
+  end
+
+  -- The first value of a query as a number, or nil.
+  function database.number(sql, ...)
+    local row = database.row(sql, ...)
+    return row and tonumber(row[1])
+  end
+
+  -- Rolls back what is open and lets go of the file. Never fails.
+  function database.close()
+    pcall(connection.execute, connection, "ROLLBACK")
+    pcall(connection.close, connection)
+  end
+
+  return database
+end
 
 return sqlite3
