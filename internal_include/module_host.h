@@ -1,0 +1,97 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "logging.h"
+
+namespace reporter::modules {
+
+/// Runs one long-lived piece of work on a thread of its own. The policy supplies run_impl(), which
+/// does the work, and stop(), which may come from another thread and makes run_impl() return soon.
+///
+/// run(), wait() and the destructor belong to the owner's thread; stop() may come from any.
+template <class Policy>
+class module_host {
+public:
+    module_host(Policy policy, std::string name)
+        : _policy(std::move(policy)), _name(std::move(name)) {
+        REPORTER_INFO("module[" << _name << "] are constructed");
+    }
+    module_host(const module_host&) = delete;
+    module_host& operator=(const module_host&) = delete;
+
+    /// Stops the work and waits for it.
+    ~module_host() {
+        stop();
+        wait();
+        REPORTER_INFO("~modules_host: " << _name);
+    }
+
+    /// Starts the thread unless it is running. An exception out of the work is logged and ends it.
+    void run() {
+        REPORTER_INFO("module_host::run module[" << _name << "]");
+        if (_thread.joinable()) {
+            REPORTER_INFO("module already started");
+            return;
+        }
+        _joinable = true;
+        _thread = std::thread([this] {
+            try {
+                REPORTER_INFO("before 'run_impl' module[" << _name << "]");
+                _policy.run_impl();
+                REPORTER_INFO("after 'run_impl' module[" << _name << "]");
+            } catch (const std::exception& error) {
+                REPORTER_ERROR("fatal error in module[" << _name << "]: " << error.what());
+            }
+            if (_stopped) {
+                const std::lock_guard<std::mutex> locked(_mutex);
+                _ended.notify_one();
+            }
+        });
+    }
+
+    /// Blocks until the work has ended, at once when none was started.
+    void wait() {
+        REPORTER_INFO("module_host::wait module: " << _name);
+        REPORTER_INFO("joinable?= " << _joinable << " " << _name);
+        if (_thread.joinable()) {
+            _thread.join();
+            _joinable = false;
+        }
+        REPORTER_INFO("waited  " << _name);
+    }
+
+    /// Asks the work to end, once; does not wait for it.
+    void stop() {
+        const std::lock_guard<std::mutex> locked(_mutex);
+        if (_stopped) {
+            REPORTER_INFO("module [" << _name << "] already stopped");
+            return;
+        }
+        REPORTER_INFO("stopping module: " << _name);
+        _stopped = true;
+        try {
+            _policy.stop();
+            REPORTER_INFO("joinable?= " << _joinable << " " << _name);
+        } catch (const std::exception& error) {
+            REPORTER_ERROR(error.what());
+        }
+    }
+
+private:
+    Policy _policy;
+    std::thread _thread;
+    // What stop() may ask of the thread while wait() joins it.
+    std::atomic<bool> _joinable{false};
+    std::atomic<bool> _stopped{false};
+    std::mutex _mutex;
+    std::condition_variable _ended;
+    std::string _name;
+};
+
+}  // namespace reporter::modules

@@ -1,0 +1,86 @@
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "configuration.h"
+#include "data_dir.h"
+#include "logging.h"
+#include "lua_sandbox.h"
+#include "module_host.h"
+#include "modules/report_sender_module.h"
+#include "stop_watcher.h"
+#include "storage/reports_storage.h"
+
+namespace {
+
+using reporter::modules::report_sender_module_name;
+using reporter::modules::report_sender_module_policy;
+using sender_host = reporter::modules::module_host<report_sender_module_policy>;
+
+constexpr const char* config_dir = "/opt/data/dpm/dplugins/tev-reporter-plugin/config";
+constexpr const char* storage_script = "processor_extension";
+
+// A stop that takes longer is cut short; half a second leaves room for the pause under way within
+// the second that the service manager grants.
+constexpr std::chrono::milliseconds stop_grace{500};
+
+std::atomic<sender_host*> g_module{nullptr};
+
+void stop_module() {
+    sender_host* host = g_module.exchange(nullptr);
+    if (host != nullptr) {
+        host->stop();
+    }
+}
+
+void signal_handler(int) {
+    reporter::stop_watcher::request_stop();
+}
+
+void log_identity() {
+    REPORTER_INFO("processor pid:" << getpid());
+    REPORTER_INFO("ppid: " << getppid());
+    REPORTER_INFO("/opt/data/dpm/dplugins/tev-reporter-plugin/tev_reporter_main");
+    REPORTER_INFO("/opt/data/dpm/dplugins/tev-reporter-plugin/");
+}
+
+std::shared_ptr<reporter::reports_storage> make_storage(const reporter::config_helper& config) {
+    reporter::lua_sandbox sandbox(config, config.get_script(storage_script).content);
+    return reporter::reports_storage::make(std::move(sandbox), true);
+}
+
+// The order of destruction matters: nobody may be about to stop the host when it goes.
+void run_sending_pass() {
+    const auto config = reporter::load_configuration(
+        config_dir, reporter::REPORTER_DATA_DIR + "/lua", {storage_script});
+    auto storage = make_storage(config);
+    const auto host = std::make_unique<sender_host>(
+        report_sender_module_policy(config.get_helper("sender"), storage),
+        report_sender_module_name);
+    const reporter::stop_watcher watcher(stop_module, stop_grace);
+
+    g_module = host.get();
+    host->run();
+    std::signal(SIGTERM, signal_handler);
+    host->wait();
+    g_module = nullptr;
+}
+
+}  // namespace
+
+int main() {
+    // A peer that closes early is an error of that transfer, not the end of the process.
+    std::signal(SIGPIPE, SIG_IGN);
+    log_identity();
+    try {
+        run_sending_pass();
+    } catch (const std::exception& error) {
+        REPORTER_ERROR(error.what());
+    }
+    return 0;
+}

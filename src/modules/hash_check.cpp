@@ -1,0 +1,118 @@
+#include <unordered_set>
+#include <utility>
+
+#include "http_session.h"
+#include "logging.h"
+#include "modules/posting.h"
+#include "modules/report_sender_module.h"
+#include "storage/reports_storage.h"
+
+namespace reporter::modules {
+namespace {
+
+constexpr unsigned int check_wanted = 1;
+constexpr unsigned int server_has_it = 1;
+
+// Positions of the marked reports. The mark is this program's own and leaves every report.
+template <class Reports>
+std::vector<std::size_t> take_marks(Reports& reports) {
+    std::vector<std::size_t> filtered;
+    for (std::size_t position = 0; position < reports.size(); ++position) {
+        auto& report = reports[position];
+        const unsigned int mark = report["check_hash"].asUInt();
+        REPORTER_INFO("NEED CHECK HASH: " << mark);
+        if (mark == check_wanted) {
+            filtered.push_back(position);
+        }
+        report.removeMember("check_hash");
+    }
+    return filtered;
+}
+
+template <class Reports>
+std::vector<std::string> get_hashes(const Reports& reports,
+                                    const std::vector<std::size_t>& filtered) {
+    std::vector<std::string> hashes;
+    for (const std::size_t position : filtered) {
+        hashes.push_back(reports[position]["SHA256"].asString());
+        REPORTER_INFO("HASH: " << hashes.back());
+    }
+    return hashes;
+}
+
+// The server may answer with fewer or more states than it was asked for.
+template <class Reports>
+std::vector<unsigned int> get_known_ids(const Reports& reports,
+                                        const std::vector<std::size_t>& filtered,
+                                        const Json::Value& states) {
+    std::vector<unsigned int> known;
+    for (Json::ArrayIndex idx = 0; idx < states.size(); ++idx) {
+        const unsigned int state = is_fraction(states[idx]) ? 0 : states[idx].asUInt();
+        REPORTER_INFO("idx: " << idx << " state: " << state);
+        if (state != server_has_it) {
+            continue;
+        }
+        if (idx >= filtered.size()) {
+            REPORTER_INFO("to many states of hashes");
+            continue;
+        }
+        const auto& report = reports[filtered[idx]];
+        const unsigned int id = report["_ID"].asUInt();
+        REPORTER_INFO("ID: " << id << " - HASH: " << report["SHA256"].asString());
+        known.push_back(id);
+    }
+    return known;
+}
+
+template <class Reports>
+void drop_reports(Reports& reports, const std::vector<unsigned int>& ids) {
+    const std::unordered_set<unsigned int> ids_table(ids.begin(), ids.end());
+    Reports kept;
+    kept.reserve(reports.size());
+    for (auto& report : reports) {
+        const unsigned int id = report["_ID"].asUInt();
+        const auto count = ids_table.count(id);
+        REPORTER_INFO("ids_table::size: " << ids_table.size() << " count( " << id
+                                          << " )= " << count);
+        if (count == 0) {
+            kept.push_back(std::move(report));
+        }
+    }
+    reports = std::move(kept);
+}
+
+}  // namespace
+
+template <class Cursor, class Reports>
+void report_sender_module_policy::check_hashes(Cursor& cursor, Reports& reports) {
+    if (_stopped) {
+        return;
+    }
+    try {
+        const auto filtered = take_marks(reports);
+        const auto hashes = get_hashes(reports, filtered);
+        if (hashes.empty()) {
+            return;
+        }
+        const std::string body = build_request(hashes);
+        const auto path = _config.get<std::string>("check_hashes_path", "check_hashes");
+        const auto [status, answer] = do_post_request(_config, path, body);
+        if (status != static_cast<int>(code_taken)) {
+            REPORTER_INFO("can't check hashes: status code: " << status << " response: " << answer);
+            return;
+        }
+        const Json::Value response = parse_response(answer);
+        REPORTER_INFO("filtered_reports::size: " << filtered.size());
+        const auto known = get_known_ids(reports, filtered, get_body(response));
+        const auto removed = cursor.get_db()->remove_reports(known);
+        update_stat(removed, reports);
+        drop_reports(reports, known);
+    } catch (const std::exception& error) {
+        REPORTER_ERROR(error.what());
+    }
+}
+
+template void report_sender_module_policy::check_hashes(reports_storage_cursor&,
+                                                        std::vector<Json::Value>&);
+
+}  // namespace reporter::modules
