@@ -1,10 +1,12 @@
 #include "logging.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <exception>
 
 #include <dlog.h>
 
@@ -26,32 +28,35 @@ std::int32_t pages_to_kib(long pages) {
     return static_cast<std::int32_t>(product);
 }
 
+// Every record reads the figure, so it is read with three system calls and without a stream.
 // Tokens are counted from the front: a blank in the process name shifts them and yields a wrong
 // figure, which is accepted.
 double read_resident_kib() {
-    std::ifstream stat("/proc/self/stat");
-    if (!stat.is_open()) {
+    char text[1024];
+    const int stat = open("/proc/self/stat", O_RDONLY | O_CLOEXEC);
+    if (stat < 0) {
         return -1.0;
     }
-    constexpr int fields_before_vsize = 22;
-    std::string skipped;
-    for (int i = 0; i < fields_before_vsize; ++i) {
-        stat >> skipped;
+    const ssize_t size = read(stat, text, sizeof text - 1);
+    close(stat);
+    if (size < 0) {
+        return -1.0;
     }
-    unsigned long vsize = 0;
-    long resident_pages = 0;
-    stat >> vsize >> resident_pages;
-    return pages_to_kib(resident_pages);
+    text[size] = '\0';
+
+    constexpr int fields_before_resident = 23;
+    const char* field = text;
+    for (int i = 0; i < fields_before_resident; ++i) {
+        field += std::strspn(field, " ");
+        field += std::strcspn(field, " ");
+    }
+    return pages_to_kib(std::strtol(field, nullptr, 10));
 }
 
 }  // namespace
 
 double process_mem_usage() noexcept {
-    try {
-        return read_resident_kib();
-    } catch (const std::exception&) {
-        return -1.0;
-    }
+    return read_resident_kib();
 }
 
 log_record::log_record(log_priority priority, const char* file, const char* function, int line)
