@@ -28,8 +28,11 @@ local LOWEST_ID, ID_SPREAD, NO_LAST_ID = 268435456, 1879048192, 1099511627776
 -- A key of `batches` is the dispatch time and a number within it; the base gives all keys one length.
 local BATCH_BASE, BATCH_BITS = "0x4000000000000000", 24
 
--- Pages that one call gives back to the file system at most, and free ones that stay for the next saves.
-local SHRINK_STEP, SHRINK_KEEP = 64, 32
+-- Free pages that stay in the file for the next saves.
+local SHRINK_KEEP = 32
+
+-- Transactions that go on shrinking after that of the call itself.
+local SHRINK_ROUNDS = 4
 
 -- Reports that go for age in one transaction.
 local DROP_STEP = 128
@@ -67,6 +70,9 @@ local SCHEMA = {
 local database
 local times_set_aside = 0
 
+-- A power of two that the file's pages do not pass; the journal has room for the transactions of such a file.
+local page_bound = 256
+
 -- The device's Lua integers have 32 bits with a sign: numbers are doubles here, what the agent narrowed is
 -- widened again, and what may be larger is read from SQLite as text.
 local function unsigned(number)
@@ -89,23 +95,13 @@ local function is_damage(message)
 end
 
 local function vacuum(pages)
+  -- To SQLite, no pages means all.
+  if pages < 1 then return end
   database.each(function() end, "PRAGMA incremental_vacuum(%d)", pages)
 end
 
 local function account(assignments, ...)
   database.execute("UPDATE accounts SET " .. assignments .. " WHERE one = 1", ...)
-end
-
--- Runs body in a transaction, which also shrinks the file when more than half of it is free.
-local function transaction(body)
-  database.execute("BEGIN IMMEDIATE")
-  local result = body()
-  local free = database.number("PRAGMA freelist_count")
-  if free > SHRINK_KEEP and free * 2 > database.number("PRAGMA page_count") then
-    vacuum(math.min(free - SHRINK_KEEP, SHRINK_STEP))
-  end
-  database.execute("COMMIT")
-  return result
 end
 
 local function exists(path)
@@ -117,15 +113,19 @@ local function page_limit()
   return math.floor(unsigned(DB_MAX_SIZE) / PAGE_SIZE)
 end
 
+-- Pages that one transaction gives back to the file system at most.
+local function shrink_step()
+  return math.max(32, math.min(128, page_bound / 64))
+end
+
 -- Pages that the journal of a removal or a seal holds at most. Beside the file's header and the accounts, a
 -- removal writes in each of four trees up to three pages on four levels and the root. Of the pages that its
 -- content gives back, only those become part of it that the free list takes as trunks (one lists 248
 -- others), with the pointer maps (one for 204 pages); freed pages are not saved, as secure_delete is off.
--- To shrink by a page writes that page, its new place, its parent and the page before it.
+-- To shrink by a page writes that page, its parent and the page before it. That makes 165 KB for a
+-- file of 1 MiB and 605 KB for one of 16 MiB.
 local function journal_need()
-  local bound, pages = 1024, math.max(page_limit(), database.number("PRAGMA page_count"))
-  while bound < pages do bound = bound * 2 end
-  return math.ceil(bound / 204) + math.ceil(bound / 248) + 2 + 4 * 13 + 4 * SHRINK_STEP
+  return math.ceil(page_bound / 204) + math.ceil(page_bound / 248) + 2 + 4 * 13 + 3 * shrink_step()
 end
 
 -- Grows the journal file to that need; it stays so, as the mode PERSIST overwrites it in place. So a full
@@ -145,21 +145,48 @@ local function grow_journal(pages)
   vacuum(pages)
 end
 
--- Sees to the journal's room and to the limit of the file. Without room on the disk for it the store works
--- on, and the next opening tries again.
-local function keep_bounds()
-  local pages = journal_need()
-  database.number("PRAGMA journal_size_limit = %d", (pages + 8) * (PAGE_SIZE + 8))
-  local kept = database.number("SELECT journal_pages FROM accounts WHERE one = 1")
-  if kept < pages or not exists(PATH_TO_DB .. "-journal") then
-    local grown, message = pcall(grow_journal, pages)
-    if not grown then
-      if is_damage(message) then error(message, 0) end
-      pcall(database.execute, "ROLLBACK")
-    end
-    database.number("PRAGMA secure_delete = OFF")
+-- Sees to the journal's room for a file of so many pages, and to the limit of the file. Returns SQLite's
+-- message when there is no room on the disk for the journal.
+local function keep_bounds(file_pages)
+  local former = page_bound
+  while page_bound < file_pages do page_bound = page_bound * 2 end
+  local need, kept = journal_need(), database.number("SELECT journal_pages FROM accounts WHERE one = 1")
+  database.number("PRAGMA journal_size_limit = %d", (math.max(need, kept) + 8) * (PAGE_SIZE + 8))
+  local grown, message = true, nil
+  if kept < need or not exists(PATH_TO_DB .. "-journal") then grown, message = pcall(grow_journal, need) end
+  if not grown then
+    pcall(database.execute, "ROLLBACK")
+    page_bound = former
   end
+  database.number("PRAGMA secure_delete = OFF")
   if page_limit() > 0 then database.number("PRAGMA max_page_count = %d", page_limit()) end
+  return message
+end
+
+-- Pages to give back now: none before a quarter of the file is free.
+local function slack()
+  local free = database.number("PRAGMA freelist_count")
+  if free <= SHRINK_KEEP or free * 4 < database.number("PRAGMA page_count") then return 0 end
+  return math.min(free - SHRINK_KEEP, shrink_step())
+end
+
+-- Runs body in a transaction, which also shrinks the file. After a large removal a few more transactions go
+-- on with that; what they leave is for later calls. They must not fail the call, whose work is done.
+local function transaction(body)
+  database.execute("BEGIN IMMEDIATE")
+  local result = body()
+  vacuum(slack())
+  database.execute("COMMIT")
+  for _ = 1, SHRINK_ROUNDS do
+    if slack() < shrink_step() then break end
+    local shrunk = pcall(function()
+      database.execute("BEGIN IMMEDIATE")
+      vacuum(shrink_step())
+      database.execute("COMMIT")
+    end)
+    if not shrunk then pcall(database.execute, "ROLLBACK") end
+  end
+  return result
 end
 
 local function create_schema()
@@ -194,7 +221,9 @@ local function open()
   elseif version ~= SCHEMA_VERSION then
     error("unknown schema version " .. version, 0)
   end
-  keep_bounds()
+  -- A store without that room still lists, reads and mostly removes.
+  local message = keep_bounds(database.number("PRAGMA page_count"))
+  if message and is_damage(message) then error(message, 0) end
 end
 
 local function close()
@@ -406,12 +435,16 @@ local function delete_report(id, name)
   return tonumber(row[1])
 end
 
--- Drops the oldest reports until a body of so many bytes fits within the size limit: its own pages, and a
--- split in each tree that gains a row. False when it does not fit an empty store either.
-local function make_room(length)
-  local limit, reports, occurrences = page_limit(), 0, 0
+-- Pages that a body of so many bytes adds at most: its own, and a split in each tree that gains a row.
+local function pages_for(length)
   local own = math.ceil(length / (PAGE_SIZE - 4))
-  local need = own + math.ceil(own / 204) + 14
+  return own + math.ceil(own / 204) + 14
+end
+
+-- Drops the oldest reports until so many pages fit within the size limit. False when they do not fit an
+-- empty store either.
+local function make_room(need)
+  local limit, reports, occurrences = page_limit(), 0, 0
   while limit - database.number("PRAGMA page_count") + database.number("PRAGMA freelist_count") < need do
     local oldest = need < limit and database.row("SELECT CAST(id AS TEXT) FROM reports ORDER BY id LIMIT 1")
     if not oldest then return false end
@@ -450,6 +483,10 @@ local function insert_report(state, report, new)
 end
 
 local function store_report(report)
+  local file_pages = database.number("PRAGMA page_count") + pages_for(#report.content * 1.4)
+  if page_limit() > 0 then file_pages = math.min(file_pages, page_limit()) end
+  local message = file_pages > page_bound and keep_bounds(file_pages)
+  if message then error(message, 0) end
   local dropped, occurrences
   local id = transaction(function()
     local state, new = read_state(), { now = get_timestamp() }
@@ -465,7 +502,7 @@ local function store_report(report)
     new.body = base64_encode(deflate(report.content))
     new.file_key = file_key_of(report.content)
     local fits = true
-    if page_limit() > 0 then fits, dropped, occurrences = make_room(#new.body) end
+    if page_limit() > 0 then fits, dropped, occurrences = make_room(pages_for(#new.body)) end
     if not fits then
       database.execute("ROLLBACK")
       database.execute("BEGIN IMMEDIATE")
@@ -540,7 +577,7 @@ local function list_times()
   local limit = days > 0 and now - days * DAY or -1
   local times, mend, aged = survey(now, trusted, limit)
   if news then mend[#mend + 1] = "UPDATE accounts SET " .. clock .. " WHERE one = 1" end
-  if #mend + #aged == 0 then return times end
+  if #mend + #aged + slack() == 0 then return times end
   local done, message = pcall(function()
     for at = 1, #aged do drop_aged(aged[at], limit) end
     transaction(function()
