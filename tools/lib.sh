@@ -1,0 +1,64 @@
+# shellcheck shell=bash disable=SC2154  # log_directory is the caller's
+# Shell functions for the scripts that people start: steps with progress, failures with their reason.
+# To be sourced by bash scripts, which set `log_directory` before their first step.
+
+# Seconds between two progress lines where the output is no terminal.
+readonly progress_interval=15
+
+fail() {
+    printf '%s: %s\n' "${0##*/}" "$1" >&2
+    exit 1
+}
+
+# The last line of a log, cut to what fits one line.
+last_line() {
+    tail -c 2000 -- "$1" 2>/dev/null | tr '\r' '\n' | grep -v '^[[:space:]]*$' | tail -n 1 | cut -c -100
+}
+
+# Shows how far a step is until it is killed or the script is gone.
+show_progress() {
+    local text=$1 log=$2 begin=$SECONDS
+    while sleep 1 && kill -0 "$$" 2>/dev/null; do
+        if [[ -t 1 ]]; then
+            printf '\r\033[K%s ... %d s  %s' "$text" $((SECONDS - begin)) "$(last_line "$log")"
+        elif (((SECONDS - begin) % progress_interval == 0)); then
+            printf '  ... %d s  %s\n' $((SECONDS - begin)) "$(last_line "$log")"
+        fi
+    done
+}
+
+# step TEXT COMMAND [ARG ...]: runs one step with its output in a log. A step that fails ends the script
+# with the step's name, the end of its log and where the whole log is.
+step() {
+    local text=$1 log progress status=0 begin=$SECONDS
+    shift
+    mkdir -p -- "$log_directory" || fail "cannot make the directory $log_directory"
+    log=$log_directory/$(tr -cs '[:alnum:]\n' '-' <<<"${text,,}").log
+    printf '%s ...' "$text"
+    [[ -t 1 ]] || printf '\n'
+    : >"$log" || fail "cannot write $log"
+
+    # The command stays in the foreground, so that Ctrl-C ends it.
+    show_progress "$text" "$log" &
+    progress=$!
+    "$@" >"$log" 2>&1 </dev/null || status=$?
+    kill "$progress" 2>/dev/null
+    wait "$progress" 2>/dev/null || true
+
+    [[ ! -t 1 ]] || printf '\r\033[K'
+    if [[ $status -ne 0 ]]; then
+        printf '%s: FAILED with status %d. The end of %s:\n' "$text" "$status" "$log" >&2
+        tail -n 40 -- "$log" | sed 's/^/    /' >&2
+        exit "$status"
+    fi
+    printf '%s: done in %d s\n' "$text" $((SECONDS - begin))
+}
+
+# build_preset NAME [TARGET ...]: configures and builds build/NAME; all targets when none is given.
+# To be called in the root of the tree.
+build_preset() {
+    local preset=$1
+    shift
+    step "Configure $preset" cmake --preset "$preset"
+    step "Build $preset" cmake --build "build/$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+}
