@@ -1,0 +1,46 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+/// The scratch directory that stands behind the device's fixed paths while a test runs. `main`
+/// makes one per run and removes it afterwards unless a test failed.
+namespace test_support {
+
+/// The scratch directory as the machine sees it, for a second tools/device-root on the same state.
+std::filesystem::path scratch_root();
+
+/// The source tree, for what a test takes from it.
+std::filesystem::path source_dir();
+
+/// The device's places, as the program under test sees them.
+std::filesystem::path data_dir();
+std::filesystem::path lock_dir();
+std::filesystem::path platform_dir();
+
+/// Whole files as bytes; both throw std::runtime_error with the path. Writing makes the
+/// directories.
+std::string read_text(const std::filesystem::path& path);
+void write_text(const std::filesystem::path& path, const std::string& text);
+
+/// Empties the device: no data, no settings, both lock files there.
+void reset_device();
+
+/// Puts the configuration, the storage script and the Lua modules into the data directory.
+void install_plugin();
+
+/// Sets one value of the platform's settings or system information; `section` is "value", "custom"
+/// or "platform". A null value removes it.
+void set_vconf(const std::string& key, const Json::Value& value);
+void set_system_info(const std::string& section, const std::string& key, const Json::Value& value);
+
+/// A test on an empty device.
+class device_test : public ::testing::Test {
+protected:
+    void SetUp() override { reset_device(); }
+};
+
+}  // namespace test_support
