@@ -48,23 +48,23 @@ local CLOCK_PROOF = 7 * DAY
 local SCHEMA = {
   -- What happened to occurrences (saved = stored + removed + dropped_space + dropped_age, always), and the
   -- state of the store: one row, as each save changes both.
-  [[CREATE TABLE accounts(one INTEGER PRIMARY KEY CHECK(one = 1),
+  [[CREATE TABLE IF NOT EXISTS accounts(one INTEGER PRIMARY KEY CHECK(one = 1),
       saved INTEGER NOT NULL DEFAULT 0, joined INTEGER NOT NULL DEFAULT 0,
       removed INTEGER NOT NULL DEFAULT 0, dropped_space INTEGER NOT NULL DEFAULT 0,
       dropped_age INTEGER NOT NULL DEFAULT 0, refused INTEGER NOT NULL DEFAULT 0,
       set_aside INTEGER NOT NULL, next_id INTEGER NOT NULL, newest_batch INTEGER NOT NULL DEFAULT 0,
       newest_time INTEGER NOT NULL DEFAULT 0, earlier_since INTEGER NOT NULL DEFAULT 0,
       journal_pages INTEGER NOT NULL DEFAULT 0, store TEXT NOT NULL)]],
-  [[CREATE TABLE batches(batch INTEGER PRIMARY KEY, first_id INTEGER NOT NULL, last_id INTEGER NOT NULL,
+  [[CREATE TABLE IF NOT EXISTS batches(batch INTEGER PRIMARY KEY, first_id INTEGER NOT NULL, last_id INTEGER NOT NULL,
       sealed INTEGER NOT NULL DEFAULT 0, kept_since INTEGER NOT NULL DEFAULT 0)]],
-  [[CREATE TABLE reports(id INTEGER PRIMARY KEY, module INTEGER NOT NULL, type INTEGER NOT NULL,
+  [[CREATE TABLE IF NOT EXISTS reports(id INTEGER PRIMARY KEY, module INTEGER NOT NULL, type INTEGER NOT NULL,
       aggregationid INTEGER NOT NULL, count INTEGER NOT NULL, first_time INTEGER NOT NULL,
       last_time INTEGER NOT NULL, untrusted INTEGER NOT NULL, like_key INTEGER, file_key INTEGER)]],
   -- Apart from `reports`, so that counting and listing read and write small rows.
-  [[CREATE TABLE contents(id INTEGER PRIMARY KEY, size INTEGER NOT NULL, sha256 BLOB NOT NULL,
+  [[CREATE TABLE IF NOT EXISTS contents(id INTEGER PRIMARY KEY, size INTEGER NOT NULL, sha256 BLOB NOT NULL,
       body TEXT NOT NULL)]],
   -- The newest report under a hash of what makes reports alike, or of caller and file hash.
-  [[CREATE TABLE alike(key INTEGER PRIMARY KEY, id INTEGER NOT NULL, batch INTEGER NOT NULL)]],
+  [[CREATE TABLE IF NOT EXISTS alike(key INTEGER PRIMARY KEY, id INTEGER NOT NULL, batch INTEGER NOT NULL)]],
 }
 
 local database
@@ -177,15 +177,15 @@ local function transaction(body)
   local result = body()
   vacuum(slack())
   database.execute("COMMIT")
-  for _ = 1, SHRINK_ROUNDS do
-    if slack() < shrink_step() then break end
-    local shrunk = pcall(function()
+  pcall(function()
+    for _ = 1, SHRINK_ROUNDS do
+      if slack() < shrink_step() then return end
       database.execute("BEGIN IMMEDIATE")
       vacuum(shrink_step())
       database.execute("COMMIT")
-    end)
-    if not shrunk then pcall(database.execute, "ROLLBACK") end
-  end
+    end
+  end)
+  pcall(database.execute, "ROLLBACK")
   return result
 end
 
@@ -194,7 +194,7 @@ local function create_schema()
   database.number("PRAGMA auto_vacuum = INCREMENTAL")
   database.execute("BEGIN IMMEDIATE")
   for at = 1, #SCHEMA do database.execute(SCHEMA[at]) end
-  database.execute("INSERT INTO accounts(one, set_aside, next_id, store) "
+  database.execute("INSERT OR IGNORE INTO accounts(one, set_aside, next_id, store) "
     .. "VALUES(1, %d, %d + abs(random() %% %d), lower(hex(randomblob(16))))", times_set_aside, LOWEST_ID, ID_SPREAD)
   database.execute("PRAGMA user_version = %d", SCHEMA_VERSION)
   database.execute("COMMIT")
@@ -221,7 +221,7 @@ local function open()
   elseif version ~= SCHEMA_VERSION then
     error("unknown schema version " .. version, 0)
   end
-  -- A store without that room still lists, reads and mostly removes.
+  -- A store without that room still lists and reads, and removes as far as the disk has room.
   local message = keep_bounds(database.number("PRAGMA page_count"))
   if message and is_damage(message) then error(message, 0) end
 end
@@ -234,7 +234,7 @@ end
 -- Keeps a damaged database for an examination, unless one is kept already, and makes way for a fresh one.
 -- The journal goes first: a fresh database beside an old journal could take it for its own.
 local function set_aside(message)
-  local known, times = pcall(database.number, "SELECT set_aside FROM accounts WHERE one = 1")
+  local known, times = pcall(function() return database.number("SELECT set_aside FROM accounts WHERE one = 1") end)
   times_set_aside = (known and times or times_set_aside) + 1
   close()
   ERROR("report store is damaged and set aside: " .. message)
