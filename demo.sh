@@ -1,0 +1,172 @@
+#!/usr/bin/env bash
+# Shows one sending pass: saves some thirty reports, lets the agent send them to a collector on this machine,
+# and tells what became of each.
+#
+# Everything it makes is in build/; nothing else on the machine changes, missing packages excepted. Ctrl-C
+# ends it with all that it started.
+set -euo pipefail
+cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
+source tools/lib.sh
+
+log_directory=$PWD/build/logs
+readonly build=$PWD/build/release
+readonly demo=$PWD/build/demo     # what this run leaves to look at
+readonly device=$demo/device      # the root of the device's own paths
+readonly data=$demo/data          # its data directory, a link
+readonly config=$data/config/config.def
+unset TEV_PLATFORM_DIR            # the device root has its own
+
+bold='' green='' red='' plain=''
+[[ ! -t 1 ]] || bold=$'\033[1m' green=$'\033[32m' red=$'\033[31m' plain=$'\033[0m'
+
+# Within a step, whose own output goes to a log, this is still where people read.
+exec {person}>&2
+
+stop_all() {
+    trap '' INT TERM
+    local jobs
+    mapfile -t jobs <<<"$(jobs -p)"
+    [[ -n ${jobs[0]} ]] || return 0
+    { kill "${jobs[@]}" || true; wait "${jobs[@]}" || true; } 2>/dev/null
+}
+
+on_signal() {
+    printf '\ndemo.sh: interrupted, ending what it started\n' >&"$person"
+    exit $((128 + $1))
+}
+
+begin() {
+    { mkdir -p build && : >>build/demo.lock; } 2>/dev/null || fail "cannot write in $PWD/build: whose is it?"
+    exec {lock}<build/demo.lock
+    flock --timeout 3 "$lock" || fail "another demo is under way in this tree"
+    rm -rf -- "$demo" || fail "cannot remove $demo: whose is it?"
+    trap stop_all EXIT
+    trap 'on_signal 2' INT
+    trap 'on_signal 15' TERM
+}
+
+# What a device has: the agent's files, the collector's authority, its own keys and its platform's state.
+make_device() {
+    cmake --install "$build" --prefix "$device" &&
+        ln -s device/opt/data/dpm/dplugins/tev-reporter-plugin "$data" &&
+        tools/make-pki "$demo/pki" &&
+        install -D -m 644 "$demo/pki/ca.pem" "$device/opt/data/cert/vdca.pem" &&
+        install -D -m 600 "$demo/pki/00000051.bin" \
+            "$device/usr/share/sdp/tev-reporter-plugin-key/00000051.bin" &&
+        install -D -m 644 -t "$device/platform" tools/demo/vconf.json tools/demo/system_info.json
+}
+
+set_config() {
+    sed -i "s|\"$1\": \"[^\"]*\"|\"$1\": \"$2\"|" "$config"
+    grep -qF "\"$1\": \"$2\"" "$config" || fail "$config has no \"$1\""
+}
+
+# Its log and, line by line, its results are in the demo's directory; a failure is told by the log's end.
+save() {
+    tools/device-root "$device" "$build/tools/report_source/report-source" \
+        <"tools/demo/$1.ndjson" 2>"$demo/save-$1.log" | tee "$demo/saved-$1" ||
+        { tail -n 20 -- "$demo/save-$1.log" && return 1; }
+}
+
+list_stored() {
+    sqlite3 -bail -readonly -separator $'\t' "$data/db_reports" <tools/demo/stored.sql >"$demo/$1.tsv"
+}
+
+# Results of the report source as: id, module, type, occurrences, size, SHA-256.
+list_saved() {
+    cat "$demo/saved-due" "$demo/saved-later" | awk -v OFS='\t' '
+        /^counted/ { ++count[id]; next }
+        !/^(saved|joined) / { exit 1 }
+        { gsub(/[a-z0-9]+=/, ""); id = $2; ++count[id]; type[id] = $3 OFS $4; content[id] = $5 OFS $6 }
+        END { for (id in count) print id, type[id], count[id], content[id] }' >"$demo/saved.tsv"
+}
+
+# Knows the contents of module 310, type 1 already. Its third answer puts off and refuses for good; the
+# fourth is what a proxy in between might send.
+start_collector() {
+    awk -F '\t' '$2 == 310 && $3 == 1 { print $6 }' "$demo/saved.tsv" >"$demo/known"
+    "$build/tools/collector/collector" --ca "$demo/pki/ca.pem" --cert "$demo/pki/server.pem" \
+        --key "$demo/pki/server.key" --port-file "$demo/port" --store "$demo/received.ndjson" \
+        --known-hashes "$demo/known" --answer '3 reports codes=200,200,400,503' \
+        --answer "4 reports body='<html>Busy</html>' keep=no" >"$demo/collector.log" 2>&1 &
+    local collector=$! tries
+    for ((tries = 0; tries < 100; ++tries)); do
+        [[ ! -e $demo/port ]] || break
+        kill -0 "$collector" 2>/dev/null || break
+        sleep 0.1
+    done
+    [[ -e $demo/port ]] || fail "the collector does not start: $(last_line "$demo/collector.log")"
+    echo "Collector: listening on 127.0.0.1, port $(<"$demo/port")"
+}
+
+# The log has a line for each report that was read, and the collector's one for each request. The agent
+# is a job of this shell, so that stop_all ends it.
+run_agent() {
+    local log=$demo/agent.log
+    : >"$log"
+    no_proxy=127.0.0.1 tools/device-root "$device" "$build/processor/tev_reporter_main" 2>>"$log" &
+    local agent=$!
+    while kill -0 "$agent" 2>/dev/null; do
+        echo "$(grep -ac ' JSON size: ' "$log") reports read," \
+            "$(grep -c ' POST ' "$demo/collector.log") requests answered"
+        sleep 0.5
+    done
+    wait "$agent" || { tail -n 20 -- "$log" && return 1; }
+}
+
+# The collector's lines as: number, path, bytes, entries, status, codes, plan.
+list_requests() {
+    awk -v OFS='\t' '$2 == "POST" {
+        plan = match($0, / plan=.*/) ? substr($0, RSTART) : ""
+        gsub(/ (bytes|entries|status|codes)=/, " ")
+        print $1, $3, $4, $5, $6, $7, plan }' "$demo/collector.log" >"$demo/requests.tsv"
+}
+
+in_account() (
+    cd -- "$demo"
+    sqlite3 -batch -bail "${@:2}" account.db <"$OLDPWD/tools/demo/$1.sql"
+)
+
+account() {
+    list_requests && list_stored after && in_account account -cmd "CREATE TABLE pass AS SELECT $1 AS start"
+}
+
+show() {
+    in_account show | sed "s/^== .*/\n$bold&$plain/"
+}
+
+# By comparing what was saved with what arrived and what is left.
+judge() {
+    local faults
+    faults=$(sqlite3 -readonly "$demo/account.db" 'SELECT fault FROM faults')
+    if [[ -n $faults ]]; then
+        printf '\n%sNOT OK:%s\n%s\n' "$red" "$plain" "$faults"
+        printf 'The last errors in %s:\n' "$demo/agent.log"
+        grep -a '^E/' "$demo/agent.log" | tail -n 10
+        exit 1
+    fi >&2
+    printf '\n%sOK:%s each of %d occurrences is where it has to be. Files of this run: build/demo\n' \
+        "$green" "$plain" "$(sqlite3 -readonly "$demo/account.db" 'SELECT sum(count) FROM saved')"
+}
+
+begin
+tools/install-packages build
+build_preset release tev_reporter_main report-source collector
+step "Make a device" make_device
+
+# Due at once; then as the configuration comes, which is in the night to come.
+set_config dispatching_time 0
+step "Save reports that are due" save due
+cp config/config.def "$config"
+step "Save reports for the night" save later
+list_stored before || fail "cannot read the store"
+list_saved || fail "a report was not taken, see $demo/saved-due and saved-later"
+
+start_collector
+set_config server_url https://127.0.0.1
+set_config server_port "$(<"$demo/port")"
+start=$(date +%s)
+step "Run the agent" run_agent
+step "Compare" account "$start"
+show
+judge
