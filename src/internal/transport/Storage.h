@@ -1,0 +1,26 @@
+#pragma once
+
+#include <memory>
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+namespace tev::common {
+
+/// The device's TLS credentials: key and certificate from secure storage, CA bundle from a file.
+/// Nothing to do with stored reports. Read on first use, cached until the process exits; what could
+/// not be loaded is tried again at the next call, and answers null until then. Failures are logged,
+/// never thrown. The caches have no lock: one thread at a time makes TLS handshakes.
+class Storage {
+public:
+    /// A fresh object each time, parsed from the cached text. The passphrase comes from the client
+    /// certificate's text, which must be loaded before: GetCA() or GetDeviceCertificate() does.
+    static std::shared_ptr<EVP_PKEY> GetPrivateKey();
+    static std::shared_ptr<X509> GetDeviceCertificate();
+    static std::shared_ptr<STACK_OF(X509_INFO)> GetCA();
+};
+
+/// Loads CA bundle and client certificate into the caches; what fails leaves its cache as it was.
+void InitCertificates();
+
+}  // namespace tev::common

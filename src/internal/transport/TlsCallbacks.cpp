@@ -1,0 +1,94 @@
+#include "internal/transport/TlsCallbacks.h"
+
+#include <exception>
+#include <memory>
+
+#include <curl/curl.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <openssl/x509_vfy.h>
+
+#include "internal/transport/HttpSession.h"
+#include "internal/transport/Storage.h"
+#include "internal/transport/ssl/SslTools.h"
+#include "logging.h"
+
+namespace tev::transport {
+namespace {
+
+using common::Storage;
+
+// libcurl may have filled the store itself: some builds fall back to the system's CAs when no file
+// is named. An empty one with the same parameters takes its place.
+bool dropInheritedTrust(SSL_CTX* ctx) {
+    const X509_STORE* const inherited = SSL_CTX_get_cert_store(ctx);
+    std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> empty(X509_STORE_new(),
+                                                                  X509_STORE_free);
+    if (empty == nullptr ||
+        (inherited != nullptr &&
+         X509_STORE_set1_param(empty.get(), X509_STORE_get0_param(inherited)) != 1)) {
+        return false;
+    }
+    SSL_CTX_set_cert_store(ctx, empty.release());
+    return true;
+}
+
+}  // namespace
+
+CURLcode HttpSession::sslctxfun(void* /*curl*/, void* sslctx, void* session) {
+    try {
+        auto* const ctx = static_cast<SSL_CTX*>(sslctx);
+        CURLcode result = CURLE_ABORTED_BY_CALLBACK;
+        if (sslctx == nullptr || session == nullptr) {
+            REPORTER_ERROR("self:" << session << " ctx:" << sslctx);
+            return result;
+        }
+        if (!dropInheritedTrust(ctx) || !ssl::setCertAuthority(ctx, Storage::GetCA())) {
+            REPORTER_ERROR("use_caroot fail");
+        } else if (!ssl::setPrivateKey(ctx, Storage::GetPrivateKey())) {
+            REPORTER_ERROR("use_pkey fail");
+        } else if (!ssl::setClientCert(ctx, Storage::GetDeviceCertificate()) ||
+                   // OpenSSL drops a key that does not fit the certificate and reports success.
+                   SSL_CTX_check_private_key(ctx) != 1) {
+            REPORTER_ERROR("use_clientcert fail");
+        } else {
+            result = CURLE_OK;
+        }
+        // What failed here must not be taken for an error of the next handshake on this thread.
+        ERR_clear_error();
+        REPORTER_INFO("sslctxfun curl status: " << result);
+        return result;
+    } catch (const std::exception&) {
+        return CURLE_ABORTED_BY_CALLBACK;
+    }
+}
+
+int clientCertCallback(SSL* /*ssl*/, X509** cert, EVP_PKEY** key) {
+    *cert = nullptr;
+    *key = nullptr;
+    try {
+        // The certificate first: the key's passphrase comes from its text.
+        const std::shared_ptr<X509> certificate = Storage::GetDeviceCertificate();
+        const std::shared_ptr<EVP_PKEY> privateKey = Storage::GetPrivateKey();
+        if (certificate == nullptr || privateKey == nullptr) {
+            return 0;
+        }
+        X509_up_ref(certificate.get());
+        EVP_PKEY_up_ref(privateKey.get());
+        *cert = certificate.get();
+        *key = privateKey.get();
+        return 1;
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+int caCertCallback(SSL_CTX* ctx) {
+    try {
+        return ssl::setCertAuthority(ctx, Storage::GetCA()) ? 1 : 0;
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+}  // namespace tev::transport
