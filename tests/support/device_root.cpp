@@ -29,7 +29,8 @@ void remove_entries(const fs::path& directory) {
 
 void copy_into(const fs::path& directory, const fs::path& source) {
     fs::create_directories(directory);
-    fs::copy(source_dir() / source, directory, fs::copy_options::overwrite_existing);
+    fs::copy(source_dir() / source, directory,
+             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
 }
 
 template <class Change>
