@@ -45,6 +45,10 @@ local RELEASE_TIME = 1704067200
 -- After this much steady running at an earlier time, the newest time seen is taken for the error.
 local CLOCK_PROOF = 7 * DAY
 
+-- A leap past the newest time seen that may as well be a wrong clock: the pass that meets it drops nothing
+-- for age, so that a report is offered once more before it goes.
+local CLOCK_LEAP = 180 * DAY
+
 local SCHEMA = {
   -- What happened to occurrences (saved = stored + removed + dropped_space + dropped_age, always), and the
   -- state of the store: one row, as each save changes both.
@@ -573,8 +577,9 @@ end
 -- Housekeeping is put off while the disk is full, as listing does not depend on it.
 local function list_times()
   local now, days = get_timestamp(), setting("max_age_days")
-  local trusted, clock, news = judge_clock(read_state(), now)
-  local limit = days > 0 and now - days * DAY or -1
+  local state = read_state()
+  local trusted, clock, news = judge_clock(state, now)
+  local limit = days > 0 and now - state.newest_time < CLOCK_LEAP and now - days * DAY or -1
   local times, mend, aged = survey(now, trusted, limit)
   if news then mend[#mend + 1] = "UPDATE accounts SET " .. clock .. " WHERE one = 1" end
   if #mend + #aged + slack() == 0 then return times end
