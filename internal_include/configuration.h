@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -74,6 +75,7 @@ public:
     /// The string, or `default_value` when the lookup fails in whatever way. For std::string.
     template <class T>
     T get(const std::string& key, const T& default_value) const {
+        static_assert(std::is_same_v<T, std::string>, "absent numbers and switches read as 0");
         try {
             return get<T>(key);
         } catch (const std::exception& error) {

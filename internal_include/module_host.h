@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -39,7 +40,6 @@ public:
             REPORTER_INFO("module already started");
             return;
         }
-        _joinable = true;
         _thread = std::thread([this] {
             try {
                 REPORTER_INFO("before 'run_impl' module[" << _name << "]");
@@ -53,6 +53,7 @@ public:
                 _ended.notify_one();
             }
         });
+        _joinable = true;
     }
 
     /// Blocks until the work has ended, at once when none was started.
@@ -86,12 +87,12 @@ public:
 private:
     Policy _policy;
     std::thread _thread;
-    // What stop() may ask of the thread while wait() joins it.
-    std::atomic<bool> _joinable{false};
     std::atomic<bool> _stopped{false};
     std::mutex _mutex;
     std::condition_variable _ended;
     std::string _name;
+    // What stop() may ask of the thread while wait() joins it.
+    std::atomic<bool> _joinable{false};
 };
 
 }  // namespace reporter::modules

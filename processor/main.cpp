@@ -6,6 +6,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "configuration.h"
 #include "data_dir.h"
@@ -25,8 +26,7 @@ using sender_host = reporter::modules::module_host<report_sender_module_policy>;
 constexpr const char* config_dir = "/opt/data/dpm/dplugins/tev-reporter-plugin/config";
 constexpr const char* storage_script = "processor_extension";
 
-// A stop that takes longer is cut short; half a second leaves room for the pause under way within
-// the second that the service manager grants.
+// A stop that takes longer beyond the pause under way is cut short.
 constexpr std::chrono::milliseconds stop_grace{500};
 
 std::atomic<sender_host*> g_module{nullptr};
@@ -42,15 +42,9 @@ void signal_handler(int) {
     reporter::stop_watcher::request_stop();
 }
 
-void log_identity() {
-    REPORTER_INFO("processor pid:" << getpid());
-    REPORTER_INFO("ppid: " << getppid());
-    REPORTER_INFO("/opt/data/dpm/dplugins/tev-reporter-plugin/tev_reporter_main");
-    REPORTER_INFO("/opt/data/dpm/dplugins/tev-reporter-plugin/");
-}
-
 std::shared_ptr<reporter::reports_storage> make_storage(const reporter::config_helper& config) {
     reporter::lua_sandbox sandbox(config, config.get_script(storage_script).content);
+    sandbox.init();  // A script that does not load ends the process here, before a thread starts.
     return reporter::reports_storage::make(std::move(sandbox), true);
 }
 
@@ -76,7 +70,10 @@ void run_sending_pass() {
 int main() {
     // A peer that closes early is an error of that transfer, not the end of the process.
     std::signal(SIGPIPE, SIG_IGN);
-    log_identity();
+    REPORTER_INFO("processor pid:" << getpid());
+    REPORTER_INFO("ppid: " << getppid());
+    REPORTER_INFO("/opt/data/dpm/dplugins/tev-reporter-plugin/tev_reporter_main");
+    REPORTER_INFO("/opt/data/dpm/dplugins/tev-reporter-plugin/");
     try {
         run_sending_pass();
     } catch (const std::exception& error) {

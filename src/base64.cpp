@@ -59,7 +59,7 @@ std::string base64_encode(const char* data, unsigned int len) {
 
 std::string base64_decode(const char* data, unsigned int len) {
     std::string result;
-    result.reserve(std::size_t{len} / 4 * 3 + 4);
+    result.reserve(static_cast<std::size_t>(std::uint64_t{len} * 3 / 4) + 4);
     std::uint32_t bits = 0;
     unsigned int bit_count = 0;
     for (unsigned int i = 0; i < len; ++i) {

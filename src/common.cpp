@@ -1,12 +1,16 @@
 #include "common.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cstdio>
-#include <filesystem>
+#include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <stdexcept>
-#include <system_error>
 
 #include <json/value.h>
 #include <boost/date_time/posix_time/posix_time.hpp>
@@ -38,6 +42,22 @@ void truncate_and_write(const std::string& path, const std::string& content) {
     }
 }
 
+// The path behind symbolic links, so that they are not replaced.
+std::string real_path(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
+                                                           std::free);
+    return real != nullptr ? real.get() : path;
+}
+
+// Who may read and write the old file may do so with the new one.
+bool take_over_access(const std::string& from, const std::string& to) {
+    struct stat old = {};
+    if (stat(from.c_str(), &old) != 0) {
+        return true;
+    }
+    return chown(to.c_str(), old.st_uid, old.st_gid) == 0 && chmod(to.c_str(), old.st_mode) == 0;
+}
+
 }  // namespace
 
 std::string read_file(const std::string& path) {
@@ -60,7 +80,7 @@ std::string read_file(const std::string& path) {
 std::string read_file_default(const std::string& path, const std::string& fallback) {
     try {
         return read_file(path);
-    } catch (const std::exception&) {
+    } catch (...) {
         return fallback;
     }
 }
@@ -68,45 +88,44 @@ std::string read_file_default(const std::string& path, const std::string& fallba
 bool file_is_equal(const std::string& path, const std::string& content) {
     try {
         return read_file(path) == content;
-    } catch (const std::exception&) {
+    } catch (...) {
         return false;
     }
 }
 
 // The new content is written beside the file and renamed over it, so that neither a full disk nor
-// a power cut in between costs the earlier content. Emptying a file needs no room and is done in
-// place, and so is everything where the directory takes no new file.
+// the end of the process in between costs the earlier content. Emptying a file needs no room and is
+// done in place, and so is everything where the directory does not allow the other way.
 void write_file(const std::string& path, const std::string& content) {
-    const std::string temporary = path + ".tmp";
+    const std::string target = real_path(path);
+    const std::string temporary = target + ".tmp";
     std::ofstream out;
     if (!content.empty()) {
         out.open(temporary, std::ios::binary | std::ios::trunc);
     }
     if (!out.is_open()) {
-        truncate_and_write(path, content);
+        truncate_and_write(target, content);
         return;
     }
-    const bool written = write_all(out, content);
-    if (!written || std::rename(temporary.c_str(), path.c_str()) != 0) {
-        std::error_code ignored;
-        std::filesystem::remove(temporary, ignored);
-    }
-    if (!written) {
+    if (!write_all(out, content)) {
+        unlink(temporary.c_str());
         throw_unwritten(path);
+    }
+    if (!take_over_access(target, temporary) ||
+        std::rename(temporary.c_str(), target.c_str()) != 0) {
+        unlink(temporary.c_str());
+        truncate_and_write(target, content);
     }
 }
 
 void append_to_file(const std::string& path, const std::string& content) {
-    const long long size_before = size_file(path);
+    const long long size_before = std::max(size_file(path), 0LL);
     std::ofstream out(path, std::ios::binary | std::ios::app);
     if (!out.is_open() || write_all(out, content)) {
         return;
     }
     // Half a record is worse than none.
-    if (size_before >= 0) {
-        std::error_code ignored;
-        std::filesystem::resize_file(path, static_cast<std::uintmax_t>(size_before), ignored);
-    }
+    static_cast<void>(!truncate(path.c_str(), static_cast<off_t>(size_before)));
     throw_unwritten(path);
 }
 

@@ -92,7 +92,7 @@ std::unordered_map<std::string, script> load_scripts(const std::string& dir,
 }
 
 config_helper config_helper::get_helper(const std::string& key) const {
-    return config_helper(_root.get(key, Json::Value()), {});
+    return config_helper(_root[key], {});
 }
 
 std::string config_helper::move_to_parent(const std::string& key) const {

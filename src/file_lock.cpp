@@ -7,18 +7,19 @@
 #include <mutex>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "logging.h"
 
 namespace {
 
-constexpr const char* lockPath = "/run/user/5001/";
+const std::string lockPath = "/run/user/5001/";
 
 // Taken before the file lock and released after it: lockf tells processes apart, not threads.
 std::mutex fileMutex;
 
-// The lock for which this thread holds fileMutex; releasing a mutex of another thread is undefined.
-thread_local const file_lock* held_by_this_thread = nullptr;
+// Releasing a mutex that another thread holds is undefined, so each thread knows whether it does.
+thread_local bool this_thread_holds_mutex = false;
 
 int create_lock_file(const std::string& path) {
     if (access(path.c_str(), F_OK) == 0) {
@@ -56,7 +57,7 @@ file_lock::~file_lock() {
 }
 
 void file_lock::lock() {
-    if (held_by_this_thread != nullptr) {
+    if (this_thread_holds_mutex) {
         throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
     }
     std::unique_lock<std::mutex> guard(fileMutex);
@@ -67,15 +68,16 @@ void file_lock::lock() {
     }
     REPORTER_INFO("Locked: " << _name);
     guard.release();
-    held_by_this_thread = this;
+    this_thread_holds_mutex = true;
+    _locked = true;
 }
 
 void file_lock::unlock() {
-    const bool released = held_by_this_thread == this && lockf(_descriptor.get(), F_ULOCK, 0) == 0;
+    const bool released =
+        std::exchange(_locked, false) && lockf(_descriptor.get(), F_ULOCK, 0) == 0;
     REPORTER_INFO((released ? "Unlocked: " : "Already unlocked: ") << _name);
     // Kept: unlocking any file_lock releases the mutex that this thread holds for whichever one.
-    if (held_by_this_thread != nullptr) {
-        held_by_this_thread = nullptr;
+    if (std::exchange(this_thread_holds_mutex, false)) {
         fileMutex.unlock();
     }
 }

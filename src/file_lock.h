@@ -45,4 +45,5 @@ private:
     std::string _mode;
     std::string _name;
     descriptor _descriptor;
+    bool _locked = false;
 };

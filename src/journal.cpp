@@ -30,14 +30,9 @@ bool journal::add(const std::string& first, const std::string& second) {
 
 void journal::add_line(const std::string& line) const {
     std::string content = read_file(_path);
-    // A line whose writing was cut short is ended here, so that the next does not run into it.
-    const bool cut_short = !content.empty() && content.back() != '\n';
-    if (cut_short) {
-        content += '\n';
-    }
     const auto lines = static_cast<std::size_t>(std::count(content.begin(), content.end(), '\n'));
     if (lines < _max_lines) {
-        append_to_file(_path, (cut_short ? "\n" : "") + line + "\n");
+        append_to_file(_path, line + "\n");
         return;
     }
     const std::size_t oldest_end = content.find('\n');

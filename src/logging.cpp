@@ -45,10 +45,11 @@ double read_resident_kib() {
     text[size] = '\0';
 
     constexpr int fields_before_resident = 23;
+    constexpr const char* white_space = " \t\n\v\f\r";
     const char* field = text;
     for (int i = 0; i < fields_before_resident; ++i) {
-        field += std::strspn(field, " ");
-        field += std::strcspn(field, " ");
+        field += std::strspn(field, white_space);
+        field += std::strcspn(field, white_space);
     }
     return pages_to_kib(std::strtol(field, nullptr, 10));
 }

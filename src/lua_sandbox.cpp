@@ -148,9 +148,6 @@ lua::lua_state& lua_sandbox::get() {
 }
 
 void lua_sandbox::release() {
-    if (_state == nullptr) {
-        return;
-    }
     _state.reset();
     REPORTER_INFO("lua_sandbox::release ");
 }

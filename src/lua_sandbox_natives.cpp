@@ -46,6 +46,10 @@ int get_timestamp(lua_State* lua) {
 
 template <log_priority priority>
 int log_message(lua_State* lua) {
+    // A number is made a string here, while there is no object that a Lua error could jump over.
+    if (lua_gettop(lua) > 0) {
+        lua_tolstring(lua, -1, nullptr);
+    }
     REPORTER_LOG(priority, "LUA: " << lua::lua_tostring_impl(lua, {}));
     return 0;
 }

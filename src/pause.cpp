@@ -1,13 +1,29 @@
 #include "pause.h"
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 
 namespace reporter {
 
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+constexpr std::chrono::nanoseconds pause_length = std::chrono::milliseconds(150);
+
+std::atomic<clock::duration> last_end{clock::duration::zero()};
+
+}  // namespace
+
+std::chrono::steady_clock::time_point last_pause_end() noexcept {
+    return clock::time_point(last_end);
+}
+
 void slow_down_pause() noexcept {
+    last_end = (clock::now() + pause_length).time_since_epoch();
     timespec left{};
-    left.tv_nsec = 150'000'000;
+    left.tv_nsec = pause_length.count();
     while (nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
 }

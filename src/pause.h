@@ -1,9 +1,14 @@
 #pragma once
 
+#include <chrono>
+
 namespace reporter {
 
 /// Blocks the calling thread for the fixed throttle of 150 milliseconds, resumed after a signal.
 /// Every pause of the program goes through here.
 void slow_down_pause() noexcept;
+
+/// When the pause that began last ends or ended. Any thread.
+std::chrono::steady_clock::time_point last_pause_end() noexcept;
 
 }  // namespace reporter

@@ -5,7 +5,7 @@
 namespace reporter {
 
 std::string sha256(const char* data, unsigned int len) {
-    unsigned char digest[SHA256_DIGEST_LENGTH];
+    unsigned char digest[SHA256_DIGEST_LENGTH] = {};
     SHA256(reinterpret_cast<const unsigned char*>(data), len, digest);
 
     constexpr char digits[] = "0123456789abcdef";

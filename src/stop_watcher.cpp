@@ -4,13 +4,16 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <future>
 #include <system_error>
 #include <utility>
 
 #include "logging.h"
+#include "pause.h"
 
 namespace reporter {
 namespace {
@@ -80,6 +83,9 @@ void leave_word(int write_end, char word) noexcept {
 
 stop_watcher::stop_watcher(std::function<void()> on_stop, std::chrono::milliseconds grace)
     : _on_stop(std::move(on_stop)), _grace(grace) {
+    char stale = 0;
+    while (read(words().read_end, &stale, 1) == 1) {
+    }
     const int write_end = words().write_end;
     _thread = std::thread([this] { watch(); });
     stop_words_to = write_end;
@@ -102,12 +108,13 @@ void stop_watcher::watch() const {
     if (next_word(clock::time_point::max()) == finish_word) {
         return;
     }
-    const auto deadline = clock::now() + _grace;
-    _on_stop();
-    if (finished_before(deadline)) {
+    const auto deadline = std::max(clock::now(), last_pause_end()) + _grace;
+    // On a thread of its own, so that the deadline holds even where it blocks.
+    const auto stopping = std::async(std::launch::async, _on_stop);
+    if (finished_before(deadline) && stopping.wait_until(deadline) == std::future_status::ready) {
         return;
     }
-    REPORTER_WARN("still busy " << _grace.count() << "ms after the stop request, leaving");
+    REPORTER_ERROR("still busy " << _grace.count() << "ms after the stop request, leaving");
     std::_Exit(EXIT_SUCCESS);
 }
 

@@ -7,7 +7,8 @@
 namespace reporter {
 
 /// Turns a signal into an orderly stop: the handler only leaves word, and a thread of this class
-/// does what a handler may not. Should the process not end by itself within the grace period (a
+/// does what a handler may not. Should the process not end by itself within the grace period after
+/// the pause under way (a
 /// lock that another process holds, a name that does not resolve, a script that loops), it ends it
 /// with status 0; the store's transactions make that as safe as a power cut.
 ///

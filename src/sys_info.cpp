@@ -11,13 +11,13 @@ namespace reporter {
 namespace {
 
 // The platform's numbers; their names differ from one of its releases to the next.
-constexpr auto tizen_version_key = static_cast<system_info_key_e>(1);
-constexpr auto platform_name_key = static_cast<system_info_key_e>(2);
-constexpr auto software_version_key = static_cast<system_info_key_e>(128);
-constexpr auto software_version_model_key = static_cast<system_info_key_e>(199);
-constexpr auto broadcast_standard_key = static_cast<system_info_key_e>(333);
-constexpr auto device_id_key = static_cast<system_info_key_e>(801);
-constexpr auto block_basic_traffic_key = static_cast<system_info_key_e>(40066);
+const auto tizen_version_key = static_cast<system_info_key_e>(1);
+const auto platform_name_key = static_cast<system_info_key_e>(2);
+const auto software_version_key = static_cast<system_info_key_e>(128);
+const auto software_version_model_key = static_cast<system_info_key_e>(199);
+const auto broadcast_standard_key = static_cast<system_info_key_e>(333);
+const auto device_id_key = static_cast<system_info_key_e>(801);
+const auto block_basic_traffic_key = static_cast<system_info_key_e>(40066);
 
 constexpr const char* vendor_key = "http://tizen.org/system/manufacturer";
 constexpr const char* manufacturer_key = "com.morvana/featureconf/product.manufacturer";

@@ -63,13 +63,13 @@ public:
     /// Narrowed to the interpreter's integer type.
     void set_global(const char* name, long long value);
 
-    void set_function(const std::string& name, lua_CFunction function);
-    /// A native that takes the bytes of its last argument and returns bytes. Exceptions become Lua
-    /// errors.
-    void set_function(const std::string& name, string_function function);
+    void set_function(const std::string& name, lua_CFunction fn);
+    /// A native that takes the bytes of its last argument and returns bytes. An exception
+    /// becomes a Lua error.
+    void set_function(const std::string& name, string_function fn);
 
     /// Whether the environment's variable has that Lua type (LUA_TNUMBER and so on).
-    bool is_type(const std::string& name, int lua_type) const;
+    bool is_type(const std::string& name, int lua_type_wanted) const;
     bool is_number(const std::string& name) const { return is_type(name, LUA_TNUMBER); }
     bool is_string(const std::string& name) const { return is_type(name, LUA_TSTRING); }
     bool is_function(const std::string& name) const { return is_type(name, LUA_TFUNCTION); }
@@ -160,6 +160,7 @@ R lua_state::call(const char* function, const Args&... args) {
     const detail::stack_guard guard(_lua);
     REPORTER_INFO("lua stack size before calling: " << function << " " << lua_gettop(_lua));
     try {
+        check_function(function);
         caller target(*this, function);
         (detail::push_argument(*this, target, args), ...);
         R result = target.call_impl<R>(static_cast<int>(sizeof...(args)));

@@ -18,7 +18,8 @@ std::string pop_message(lua_State* lua) {
     return message;
 }
 
-// Pushes the variable as seen from the environment; nil also where the environment is no table.
+// Pushes the variable as seen from the environment, under it the environment's table where that is
+// not the global one; nil also where the environment is no table.
 void push_variable(lua_State* lua, const std::string& env, const char* name) {
     if (env == global_env) {
         lua_getglobal(lua, name);
@@ -44,6 +45,7 @@ bool call_native(lua_State* lua, const char* data, std::size_t size) {
     try {
         const auto function =
             reinterpret_cast<lua_state::string_function>(lua_touserdata(lua, lua_upvalueindex(1)));
+        REPORTER_INFO("calling C function from lua, input size: " << size);
         std::string result = function(data, static_cast<unsigned int>(size));
         REPORTER_INFO("calling C function from lua, outpit size: " << result.size());
         lua_pushlightuserdata(lua, &result);
@@ -56,7 +58,6 @@ bool call_native(lua_State* lua, const char* data, std::size_t size) {
 int string_function_adapter(lua_State* lua) {
     std::size_t size = 0;
     const char* data = lua_gettop(lua) > 0 ? lua_tolstring(lua, -1, &size) : nullptr;
-    REPORTER_INFO("calling C function from lua, input size: " << size);
     lua_pushcfunction(lua, push_bytes);
     if (!call_native(lua, data, size)) {
         return luaL_error(lua, "not enough memory for the result of a native function");
@@ -217,7 +218,7 @@ caller::caller(lua_state& state, const char* function) : _state(state) {
     lua_State* lua = state.get_lua();
     const int height = lua_gettop(lua);
     push_variable(lua, state.get_env(), function);
-    if (lua_gettop(lua) == height + 1) {
+    if (state.get_env() == global_env) {
         return;
     }
     // Kept: the third entry from the top goes, not the table under the function. With nothing

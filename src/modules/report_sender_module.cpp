@@ -27,6 +27,7 @@ long now_in_seconds() {
 // Ends in a newline; empty for a time beyond the calendar.
 std::string calendar_text(long seconds) {
     const std::time_t time = seconds;
+    // Its one buffer is used by this thread alone. NOLINTNEXTLINE(concurrency-mt-unsafe)
     const char* text = std::ctime(&time);
     return text != nullptr ? text : "";
 }
