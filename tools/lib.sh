@@ -62,3 +62,12 @@ build_preset() {
     step "Configure $preset" cmake --preset "$preset"
     step "Build $preset" cmake --build "build/$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
+
+# The packages that a section of packages.txt lists, one a line.
+packages_of() {
+    local list
+    list=$(dirname -- "${BASH_SOURCE[0]}")/../packages.txt
+    grep -qx "\[$1\]" "$list" || fail "packages.txt has no section [$1]"
+    awk -v wanted="[$1]" '{ sub(/#.*/, "") } /^\[/ { section = $1; next }
+        NF && section == wanted { print $1 }' "$list"
+}
