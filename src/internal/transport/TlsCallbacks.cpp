@@ -21,7 +21,7 @@ using common::Storage;
 // libcurl may have filled the store itself: some builds fall back to the system's CAs when no file
 // is named. An empty one with the same parameters takes its place.
 bool dropInheritedTrust(SSL_CTX* ctx) {
-    const X509_STORE* const inherited = SSL_CTX_get_cert_store(ctx);
+    X509_STORE* const inherited = SSL_CTX_get_cert_store(ctx);
     std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> empty(X509_STORE_new(),
                                                                   X509_STORE_free);
     if (empty == nullptr ||
