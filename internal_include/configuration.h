@@ -64,7 +64,7 @@ public:
     template <class T>
     T get(const std::string& key) const {
         const std::string name = move_to_parent(key);
-        const T value = convert<T>(name);
+        T value = convert<T>(name);
         // Kept: a conversion that throws leaves the cursor where it is, and the next lookup on
         // this helper starts from there.
         _current = _root;

@@ -49,6 +49,7 @@ public:
                 REPORTER_ERROR("fatal error in module[" << _name << "]: " << error.what());
             }
             if (_stopped) {
+                // Nobody here waits on it; kept for an owner that wants to wait for a stop.
                 const std::lock_guard<std::mutex> locked(_mutex);
                 _ended.notify_one();
             }

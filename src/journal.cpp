@@ -16,11 +16,7 @@ journal::journal(const std::string& path, unsigned int max_lines, unsigned int m
 bool journal::add(const std::string& first, const std::string& second) {
     const std::lock_guard<std::mutex> guard(_mutex);
     try {
-        std::string line = get_current_time() + "::" + first + "::" + second;
-        line.resize(std::min<std::size_t>(line.size(), _max_line_length));
-        // An event is one line, or the file would outgrow its number of lines.
-        std::replace(line.begin(), line.end(), '\n', ' ');
-        add_line(line);
+        add_event(first, second);
         return true;
     } catch (const std::exception& error) {
         REPORTER_ERROR("can't write to journal: " << error.what());
@@ -28,9 +24,13 @@ bool journal::add(const std::string& first, const std::string& second) {
     }
 }
 
-void journal::add_line(const std::string& line) const {
+void journal::add_event(const std::string& first, const std::string& second) const {
     std::string content = read_file(_path);
     const auto lines = static_cast<std::size_t>(std::count(content.begin(), content.end(), '\n'));
+    std::string line = get_current_time() + "::" + first + "::" + second;
+    line.resize(std::min<std::size_t>(line.size(), _max_line_length));
+    // An event is one line, or the file would outgrow its number of lines.
+    std::replace(line.begin(), line.end(), '\n', ' ');
     if (lines < _max_lines) {
         append_to_file(_path, line + "\n");
         return;

@@ -20,7 +20,7 @@ public:
     std::string get_path() const { return _path; }
 
 private:
-    void add_line(const std::string& line) const;
+    void add_event(const std::string& first, const std::string& second) const;
 
     std::mutex _mutex;
     std::string _path;

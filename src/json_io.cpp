@@ -10,7 +10,9 @@ namespace reporter {
 
 bool json_read(const std::string& text, Json::Value& value, json_comments comments) {
     try {
-        return Json::Reader().parse(text, value, comments == json_comments::keep);
+        // By pointer: the reader would copy a string first.
+        return Json::Reader().parse(text.data(), text.data() + text.size(), value,
+                                    comments == json_comments::keep);
     } catch (const Json::Exception&) {
         // Nesting beyond the reader's limit is thrown instead of reported.
         return false;

@@ -1,10 +1,15 @@
-#include <stdexcept>
+#include "modules/report_sender_module.h"
 
-#include "http_session.h"
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <json/value.h>
+
 #include "journal.h"
 #include "logging.h"
 #include "modules/posting.h"
-#include "modules/report_sender_module.h"
 #include "pause.h"
 #include "storage/reports_storage.h"
 
@@ -13,6 +18,7 @@ namespace {
 
 using report_chunk = std::vector<Json::Value>;
 
+// Anything but an object would end the whole cycle further on; here it only passes its report over.
 template <class Cursor>
 Json::Value read_report(Cursor& cursor) {
     Json::Value report = cursor.to_json();
@@ -31,24 +37,15 @@ std::vector<unsigned int> get_ids(const report_chunk& chunk) {
     return ids;
 }
 
-// One code per report, in the reports' order; none where the server did not speak of them.
-std::vector<unsigned int> get_codes(int status, const std::string& answer, std::size_t reports) {
-    if (status == static_cast<int>(code_refused)) {
-        return std::vector<unsigned int>(reports, code_refused);
+void settle(reports_storage& storage, const report_chunk& chunk,
+            const std::vector<unsigned int>& settled_ids) {
+    if (!settled_ids.empty()) {
+        update_stat(settled_ids, chunk);
     }
-    std::vector<unsigned int> codes;
-    if (status != static_cast<int>(code_taken)) {
-        return codes;
+    const auto removed = storage.remove_reports(settled_ids);
+    if (!removed.empty()) {
+        update_stat(removed, chunk);
     }
-    for (const auto& element : get_body(parse_response(answer))) {
-        const int code = is_fraction(element) ? 0 : element.asInt();
-        if (code == static_cast<int>(code_taken)) {
-            REPORTER_INFO("some_report_was_sent: 0");
-        }
-        REPORTER_INFO("code: " << code);
-        codes.push_back(static_cast<unsigned int>(code));
-    }
-    return codes;
 }
 
 }  // namespace
@@ -70,7 +67,7 @@ void report_sender_module_policy::process_cursor(Cursor& cursor) {
         try {
             report = read_report(cursor);
         } catch (const std::exception& error) {
-            get_journal().add("sender", error.what());
+            get_journal().add(journal_source, error.what());
             REPORTER_ERROR("can't get report: " << error.what());
             continue;
         }
@@ -79,7 +76,8 @@ void report_sender_module_policy::process_cursor(Cursor& cursor) {
         const std::size_t json_size = cursor.get_json_size();
         REPORTER_INFO("JSON size: " << json_size << " chunk_size: " << chunk_size
                                     << " max chunk size: " << max_size);
-        // Kept: a first report at the limit flushes an empty chunk, of which nothing is uploaded.
+        // Kept: a first report at the limit flushes an empty chunk, which uploads nothing. A report
+        // is never split or dropped for its size.
         if (json_size >= max_size || chunk_size >= max_size - json_size) {
             process_chunk(cursor, chunk);
             chunk.clear();
@@ -118,17 +116,25 @@ void report_sender_module_policy::send_reports(Cursor& cursor, Chunk& chunk) {
     if (!chunk.empty() && !_stopped) {
         const std::string body = build_request(chunk);
         const auto path = _config.get<std::string>("reports_path", "reports");
-        const auto [status, answer] = do_post_request(_config, path, body);
-        codes = get_codes(status, answer, ids.size());
+        const auto [status, answer] = do_post_request(_config, path, body, _stopped);
+        const Json::Value response = status == status_ok ? parse_response(answer) : Json::Value();
+        for (const Json::Value& element : get_body(response)) {
+            const int code = read_number<int>(element);
+            if (code == static_cast<int>(code_taken)) {
+                REPORTER_INFO("some_report_was_sent: 0");
+            }
+            REPORTER_INFO("code: " << code);
+            codes.push_back(static_cast<unsigned int>(code));
+        }
+        if (status == status_bad_request) {
+            codes.assign(ids.size(), code_refused);
+        }
     }
     REPORTER_INFO("codes: " << codes.size());
     for (const unsigned int code : codes) {
         REPORTER_INFO(code);
     }
-    const auto settled = filter_ids_for_remove(codes, ids);
-    update_stat(settled, chunk);
-    const auto removed = cursor.get_db()->remove_reports(settled);
-    update_stat(removed, chunk);
+    settle(*cursor.get_db(), chunk, filter_ids_for_remove(codes, ids));
 }
 
 template void report_sender_module_policy::process_cursor(reports_storage_cursor&);

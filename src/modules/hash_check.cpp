@@ -1,10 +1,14 @@
-#include <unordered_set>
-#include <utility>
+#include "modules/report_sender_module.h"
 
-#include "http_session.h"
+#include <algorithm>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include <json/value.h>
+
 #include "logging.h"
 #include "modules/posting.h"
-#include "modules/report_sender_module.h"
 #include "storage/reports_storage.h"
 
 namespace reporter::modules {
@@ -46,20 +50,18 @@ std::vector<unsigned int> get_known_ids(const Reports& reports,
                                         const std::vector<std::size_t>& filtered,
                                         const Json::Value& states) {
     std::vector<unsigned int> known;
-    for (Json::ArrayIndex idx = 0; idx < states.size(); ++idx) {
-        const unsigned int state = is_fraction(states[idx]) ? 0 : states[idx].asUInt();
+    std::size_t idx = 0;
+    for (const Json::Value& element : states) {
+        const auto state = read_number<unsigned int>(element);
         REPORTER_INFO("idx: " << idx << " state: " << state);
-        if (state != server_has_it) {
-            continue;
-        }
-        if (idx >= filtered.size()) {
+        if (state == server_has_it && idx < filtered.size()) {
+            const auto& report = reports[filtered[idx]];
+            known.push_back(report["_ID"].asUInt());
+            REPORTER_INFO("ID: " << known.back() << " - HASH: " << report["SHA256"].asString());
+        } else if (state == server_has_it) {
             REPORTER_INFO("to many states of hashes");
-            continue;
         }
-        const auto& report = reports[filtered[idx]];
-        const unsigned int id = report["_ID"].asUInt();
-        REPORTER_INFO("ID: " << id << " - HASH: " << report["SHA256"].asString());
-        known.push_back(id);
+        ++idx;
     }
     return known;
 }
@@ -67,18 +69,14 @@ std::vector<unsigned int> get_known_ids(const Reports& reports,
 template <class Reports>
 void drop_reports(Reports& reports, const std::vector<unsigned int>& ids) {
     const std::unordered_set<unsigned int> ids_table(ids.begin(), ids.end());
-    Reports kept;
-    kept.reserve(reports.size());
-    for (auto& report : reports) {
+    const auto is_known = [&ids_table](const Json::Value& report) {
         const unsigned int id = report["_ID"].asUInt();
         const auto count = ids_table.count(id);
         REPORTER_INFO("ids_table::size: " << ids_table.size() << " count( " << id
                                           << " )= " << count);
-        if (count == 0) {
-            kept.push_back(std::move(report));
-        }
-    }
-    reports = std::move(kept);
+        return count != 0;
+    };
+    reports.erase(std::remove_if(reports.begin(), reports.end(), is_known), reports.end());
 }
 
 }  // namespace
@@ -96,8 +94,8 @@ void report_sender_module_policy::check_hashes(Cursor& cursor, Reports& reports)
         }
         const std::string body = build_request(hashes);
         const auto path = _config.get<std::string>("check_hashes_path", "check_hashes");
-        const auto [status, answer] = do_post_request(_config, path, body);
-        if (status != static_cast<int>(code_taken)) {
+        const auto [status, answer] = do_post_request(_config, path, body, _stopped);
+        if (status != status_ok) {
             REPORTER_INFO("can't check hashes: status code: " << status << " response: " << answer);
             return;
         }
@@ -105,7 +103,9 @@ void report_sender_module_policy::check_hashes(Cursor& cursor, Reports& reports)
         REPORTER_INFO("filtered_reports::size: " << filtered.size());
         const auto known = get_known_ids(reports, filtered, get_body(response));
         const auto removed = cursor.get_db()->remove_reports(known);
-        update_stat(removed, reports);
+        if (!removed.empty()) {
+            update_stat(removed, reports);
+        }
         drop_reports(reports, known);
     } catch (const std::exception& error) {
         REPORTER_ERROR(error.what());

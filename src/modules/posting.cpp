@@ -1,11 +1,14 @@
 #include "modules/posting.h"
 
 #include <algorithm>
+#include <limits>
+#include <stdexcept>
 #include <unordered_map>
 
 #include "common.h"
 #include "configuration.h"
 #include "http_session.h"
+#include "logging.h"
 #include "stats.h"
 
 namespace reporter::modules {
@@ -31,21 +34,34 @@ void count_events(const reports_by_id& index, unsigned int id, const char* event
         return;
     }
     for (const Json::Value* report : found->second) {
-        add_event(event, static_cast<int>(count(*report)), create_report(*report));
+        const unsigned int most = std::numeric_limits<int>::max();
+        add_event(event, static_cast<int>(std::min(count(*report), most)), create_report(*report));
     }
+}
+
+// A fraction is cut by the conversion, so it differs from what it was converted to.
+template <class T>
+T zero_unless_equal(const Json::Value& element, T converted) {
+    return element.isDouble() && element.asDouble() != converted ? 0 : converted;
 }
 
 }  // namespace
 
 std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
                                             const std::string& body) {
+    return do_post_request(config, path, body, false);
+}
+
+std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
+                                            const std::string& body,
+                                            const std::atomic<bool>& stopped) {
     REPORTER_INFO("try to do post request( " << path << " )");
     REPORTER_INFO("request size: " << body.size());
     auto* session = create_http_session(config, path);
     const auto tries =
         std::clamp(config.get<unsigned int>("max_count_sending_tries"), 1U, max_tries);
     int status = 0;
-    for (unsigned int current = 1; current <= tries && status <= 0; ++current) {
+    for (unsigned int current = 1; current <= tries && status <= 0 && !stopped; ++current) {
         REPORTER_INFO("current try: " << current << " max count tries: " << tries);
         status = session->post(body);
     }
@@ -64,13 +80,19 @@ Json::Value parse_response(const std::string& response) {
     }
 }
 
-Json::Value get_body(const Json::Value& response) {
+const Json::Value& get_body(const Json::Value& response) {
     const Json::Value& body = response["body"];
-    return body.isArray() ? body : Json::Value(Json::arrayValue);
+    return body.isArray() ? body : Json::Value::nullSingleton();
 }
 
-bool is_fraction(const Json::Value& value) {
-    return value.isDouble() && !value.isIntegral();
+template <>
+int read_number<int>(const Json::Value& element) {
+    return element.isBool() ? 0 : zero_unless_equal(element, element.asInt());
+}
+
+template <>
+unsigned int read_number<unsigned int>(const Json::Value& element) {
+    return element.isBool() ? 0 : zero_unless_equal(element, element.asUInt());
 }
 
 report create_report(const Json::Value& value) {
@@ -81,6 +103,8 @@ report create_report(const Json::Value& value) {
     return record;
 }
 
+// The records come by value, summaries or the callers' own copies.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void update_stat(const std::vector<unsigned int>& ids, std::vector<Json::Value> reports) {
     const auto index = index_by_id(reports);
     for (const unsigned int id : ids) {
@@ -91,6 +115,7 @@ void update_stat(const std::vector<unsigned int>& ids, std::vector<Json::Value> 
 }
 
 void update_stat(const std::vector<std::pair<unsigned int, unsigned int>>& removed,
+                 // NOLINTNEXTLINE(performance-unnecessary-value-param)
                  std::vector<Json::Value> reports) {
     const auto index = index_by_id(reports);
     for (const auto& [id, occurrences] : removed) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,27 +17,44 @@ namespace modules {
 
 // The exchange with the server and what follows from its answers. On the sender's thread.
 
-/// HTTP codes of one report: taken, and refused for good. Both end its stay in the store.
+/// HTTP status of an answer as a whole.
+inline constexpr int status_ok = 200;
+inline constexpr int status_bad_request = 400;
+
+/// Codes of one report: taken, and refused for good. Both end its stay in the store.
 inline constexpr unsigned int code_taken = 200;
 inline constexpr unsigned int code_refused = 400;
 
-/// Posts to the endpoint, again at once while no answer comes, up to "max_count_sending_tries"
-/// times. Gives the HTTP status, a negative libcurl code or 0, and the answer's text. Throws
-/// http_session_exception when the transport cannot even begin.
+/// Posts to the endpoint, again at once while no answer comes (every HTTP status is one), up to
+/// "max_count_sending_tries" times. Gives the HTTP status, a negative libcurl code or 0, and the
+/// answer's text. Throws http_session_exception when the transport cannot even begin, the endpoint
+/// then stays registered, and what config_helper::get throws.
 std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
                                             const std::string& body);
+
+/// The same, but begins no try once `stopped` is set. A stop that sets it before it interrupts the
+/// registered sessions is never missed: either it finds the session or the session finds the flag.
+std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
+                                            const std::string& body,
+                                            const std::atomic<bool>& stopped);
 
 /// Throws std::runtime_error "bad response, isn't a json".
 Json::Value parse_response(const std::string& response);
 
-/// The answer's "body", or an empty array when that is no array: nothing but one value per report
-/// says anything about a report. Throws what the JSON library throws for an answer that is neither
-/// an object nor null.
-Json::Value get_body(const Json::Value& response);
+/// The answer's "body", or null when that is no array: nothing but one value per report says
+/// anything about a report. Lives as long as the response. Throws what the JSON library throws for
+/// an answer that is neither an object nor null.
+const Json::Value& get_body(const Json::Value& response);
 
-/// Whether the value is a number with a fraction, which as a code or state says nothing; the JSON
-/// library would cut it to one that does.
-bool is_fraction(const Json::Value& value);
+/// An element of the body as an integer; T is int or unsigned int. 0, which says nothing, for a
+/// truth value or a number with a fraction, which the JSON library would turn into one that does.
+/// Throws what the library throws for what does not convert.
+template <class T>
+T read_number(const Json::Value& element);
+template <>
+int read_number<int>(const Json::Value& element);
+template <>
+unsigned int read_number<unsigned int>(const Json::Value& element);
 
 /// A record with the module and the type of the report's JSON, for the statistics.
 report create_report(const Json::Value& value);

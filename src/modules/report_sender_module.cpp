@@ -16,8 +16,6 @@
 namespace reporter::modules {
 namespace {
 
-constexpr const char* journal_source = "sender";
-
 long now_in_seconds() {
     const std::chrono::nanoseconds since_epoch =
         std::chrono::system_clock::now().time_since_epoch();
@@ -68,6 +66,7 @@ void report_sender_module_policy::run_impl() {
         get_journal().add(journal_source, error.what());
         REPORTER_ERROR("some_error: " << error.what());
     }
+    _stopped = true;
     REPORTER_INFO("report_sender_module_policy::finish");
 }
 

@@ -15,6 +15,9 @@ namespace modules {
 
 inline constexpr const char* report_sender_module_name = "report_sender_module";
 
+/// Source of its entries in the journal.
+inline constexpr const char* journal_source = "sender";
+
 /// One sending cycle: gates, due dispatch times, chunks, hash pre-check, post, removal. The policy
 /// of the module host: run_impl() on its thread, stop() from any other.
 class report_sender_module_policy {
@@ -48,14 +51,15 @@ public:
     void process_chunk(Cursor& cursor, Chunk& chunk);
 
     /// Removes the reports whose content the server says it has, from the store and the chunk.
-    /// Failures are logged; the chunk then stays as it is.
+    /// Failures are logged; the chunk then stays as it stood. Every report loses its "check_hash".
     template <class Cursor, class Reports>
     void check_hashes(Cursor& cursor, Reports& reports);
 
     /// The device header that every request carries.
     Json::Value create_header() const;
 
-    /// Text of an upload. Leaves in `reports` only what the statistics need of each.
+    /// Text of an upload. The reports move into it; left behind is what the statistics need of
+    /// each.
     std::string build_request(std::vector<Json::Value>& reports) const;
 
     /// Text of a hash pre-check.
