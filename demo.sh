@@ -39,7 +39,7 @@ begin() {
     { mkdir -p build && : >>build/demo.lock; } 2>/dev/null || fail "cannot write in $PWD/build: whose is it?"
     exec {lock}<build/demo.lock
     flock --timeout 3 "$lock" || fail "another demo is under way in this tree"
-    rm -rf -- "$demo" || fail "cannot remove $demo: whose is it?"
+    rm -rf -- "$demo" 2>/dev/null || fail "cannot remove $demo: whose is it?"
     trap stop_all EXIT
     trap 'on_signal 2' INT
     trap 'on_signal 15' TERM
@@ -141,8 +141,8 @@ judge() {
     faults=$(sqlite3 -readonly "$demo/account.db" 'SELECT fault FROM faults')
     if [[ -n $faults ]]; then
         printf '\n%sNOT OK:%s\n%s\n' "$red" "$plain" "$faults"
-        printf 'The last errors in %s:\n' "$demo/agent.log"
-        grep -a '^E/' "$demo/agent.log" | tail -n 10
+        printf 'The end of what %s tells of it:\n' "$demo/agent.log"
+        grep -aE '^E/|canceled' "$demo/agent.log" | cut -c -200 | tail -n 5
         exit 1
     fi >&2
     printf '\n%sOK:%s each of %d occurrences is where it has to be. Files of this run: build/demo\n' \

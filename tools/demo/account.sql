@@ -34,15 +34,18 @@ INSERT INTO planned VALUES
   (412, 503, 'kept', 'sent, put off with 503: goes with the next pass'),
   (310, 4, 'kept', 'sent, the answer was not JSON: goes with the next pass');
 
-CREATE VIEW outcomes AS SELECT before.*,
+CREATE VIEW found AS SELECT before.*, reason,
   CASE WHEN due > start THEN 'not due' ELSE coalesce(outcome, 'sent') END AS expected,
   CASE WHEN id IN (SELECT id FROM after) THEN
       CASE WHEN id IN (SELECT id FROM received) THEN 'sent and stored' WHEN due > start THEN 'not due' ELSE 'kept' END
     WHEN id IN (SELECT id FROM received) THEN 'sent'
     WHEN sha256 IN (SELECT sha256 FROM known) THEN 'known'
-    ELSE 'refused' END AS outcome,
-  CASE WHEN due > start THEN 'not due yet' ELSE coalesce(reason, 'sent') END AS reason
+    ELSE 'refused' END AS outcome
   FROM before CROSS JOIN pass LEFT JOIN planned USING (module, type);
+
+CREATE VIEW outcomes AS SELECT id, module, type, count, size, sha256, due, expected, outcome,
+  CASE WHEN outcome <> expected THEN outcome || ' (not as planned)'
+    WHEN outcome IN ('sent', 'not due') THEN outcome ELSE reason END AS fate FROM found;
 
 -- In the statistics, what a server refuses for good counts as sent and removed.
 CREATE VIEW faults AS

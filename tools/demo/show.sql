@@ -4,7 +4,7 @@ SELECT '== Reports in the store, before and after the pass';
 SELECT printf('  %6s %5s %8s %12s %8s %6s   %s', 'module', 'type', 'before', 'occurrences', 'bytes', 'after',
   'what became of them');
 SELECT printf('  %6d %5d %8d %12d %8d %6d   %s', module, type, count(*), total(count), total(size),
-  sum(id IN (SELECT id FROM after)), reason) FROM outcomes GROUP BY module, type, reason ORDER BY min(id);
+  sum(id IN (SELECT id FROM after)), fate) FROM outcomes GROUP BY module, type, fate ORDER BY min(id);
 SELECT printf('  %-12s %8d %12d %8d %6d', 'all', count(*), total(count), total(size), (SELECT count(*) FROM after))
   FROM before;
 
@@ -18,13 +18,13 @@ SELECT '== Dropped by hash';
 SELECT printf('  %d  %d bytes  %s', id, size, sha256) FROM outcomes WHERE outcome = 'known';
 
 SELECT '== What stays, and why';
-SELECT printf('  %d  module %3d, type %3d: %s', id, module, type, CASE WHEN due > start
-  THEN 'due ' || datetime(due, 'unixepoch', 'localtime') ELSE reason END)
-  FROM outcomes CROSS JOIN pass WHERE id IN (SELECT id FROM after);
+SELECT printf('  %d  module %3d, type %3d: %s', id, module, type, CASE outcome WHEN 'not due'
+  THEN 'due ' || datetime(due, 'unixepoch', 'localtime') ELSE fate END)
+  FROM outcomes WHERE id IN (SELECT id FROM after);
 
 SELECT '== Journal';
 SELECT '  ' || coalesce(nullif(replace(rtrim(CAST(readfile('data/journal') AS TEXT), char(10)), char(10), char(10) || '  '), ''),
-  'empty: nothing failed');
+  'empty');
 
 SELECT '== Statistics: occurrences by module (-: module 0)';
 SELECT printf('  %-8s %3d   %s', event, total(count), group_concat(module || ': ' || count, '   '))
