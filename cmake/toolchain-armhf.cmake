@@ -1,0 +1,34 @@
+# 32-bit ARM with hardware floating point, as the device has it: clang and lld of this machine, headers and
+# libraries of the root file system at TEV_SYSROOT (tools/make-sysroot) and of nowhere else, and an emulator
+# for what is run during a build and by CTest.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR armv7l)
+
+set(TEV_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/sysroot"
+    CACHE PATH "Root file system with the device's headers and libraries")
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TEV_SYSROOT)
+get_filename_component(CMAKE_SYSROOT "${TEV_SYSROOT}" ABSOLUTE)
+
+set(device_triple arm-linux-gnueabihf)
+foreach(language IN ITEMS C CXX)
+  set(CMAKE_${language}_COMPILER_TARGET ${device_triple})
+  set(CMAKE_${language}_COMPILER_EXTERNAL_TOOLCHAIN ${CMAKE_SYSROOT}/usr)
+endforeach()
+set(CMAKE_C_COMPILER clang)
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_LIBRARY_ARCHITECTURE ${device_triple})
+foreach(kind IN ITEMS EXE SHARED MODULE)
+  set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld")
+endforeach()
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR}
+    ${CMAKE_SYSROOT}/usr/lib/${device_triple}/pkgconfig:${CMAKE_SYSROOT}/usr/lib/pkgconfig)
+
+# Where a file exists below -L, an emulated program sees that instead of this machine's.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static -L ${CMAKE_SYSROOT})

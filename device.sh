@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Builds the agent for the device, 32-bit ARM with OpenSSL 1.1.1, and runs its tests under emulation.
+#
+#   ./device.sh [CTEST-ARGUMENT ...]
+#
+# Arguments go to CTest: ./device.sh -R journal runs the tests with "journal" in their names. Everything it
+# makes is in build/; nothing else on the machine changes, missing packages excepted.
+set -euo pipefail
+cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
+source tools/lib.sh
+log_directory=$PWD/build/logs
+
+readonly sysroot=build/sysroot          # the system's own libraries
+readonly root=build/device-root-fs      # with the platform's, as on a device
+
+# Tests that cannot run under emulation, by a pattern of their names, each with the reason.
+readonly -A not_here=()
+
+# The platform's libraries are in place before the agent is configured, like on a device.
+make_root() {
+    rm -rf -- "$root" &&
+        cp -al -- "$sysroot" "$root" &&
+        cmake --install build/device-platform --component platform-substitutes --prefix "$root"
+}
+
+# With the substitutes' sources out of reach, only the root can provide the platform's interfaces.
+without_substitutes() {
+    bwrap --dev-bind / / --tmpfs "$PWD/platform" --die-with-parent -- "$@"
+}
+
+run_tests() {
+    local pattern excluded=()
+    for pattern in "${!not_here[@]}"; do
+        printf 'Not under emulation: %s: %s\n' "$pattern" "${not_here[$pattern]}"
+        excluded=(--exclude-regex "$(IFS='|' && echo "${!not_here[*]}")")
+    done
+    ctest --preset device --parallel "$(nproc)" "${excluded[@]}" "$@"
+}
+
+tools/install-packages build device
+step "Unpack the system" tools/make-sysroot "$sysroot"
+build_preset release collector
+build_preset device-platform platform-{dlog,vconf,capi-system-info,secure-storage,sdp-installer}
+step "Make the device's root" make_root
+step "Configure device" without_substitutes cmake --preset device
+step "Build device" without_substitutes cmake --build build/device --parallel "$(nproc)"
+run_tests "$@"
