@@ -97,6 +97,7 @@ struct options {
     bool quiet = false;
 };
 
+// NOLINTBEGIN(concurrency-mt-unsafe): there is one thread only.
 options parse_options(int argc, char* argv[]) {
     static const option known[] = {{"count", required_argument, nullptr, 'c'},
                                    {"quiet", no_argument, nullptr, 'q'},
@@ -121,6 +122,7 @@ options parse_options(int argc, char* argv[]) {
     }
     return parsed;
 }
+// NOLINTEND(concurrency-mt-unsafe)
 
 void take_all(const options& options) {
     report_source source;
