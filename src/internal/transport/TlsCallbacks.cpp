@@ -41,9 +41,7 @@ CURLcode HttpSession::sslctxfun(void* /*curl*/, void* sslctx, void* session) {
         CURLcode result = CURLE_ABORTED_BY_CALLBACK;
         if (sslctx == nullptr || session == nullptr) {
             REPORTER_ERROR("self:" << session << " ctx:" << sslctx);
-            return result;
-        }
-        if (!dropInheritedTrust(ctx) || !ssl::setCertAuthority(ctx, Storage::GetCA())) {
+        } else if (!dropInheritedTrust(ctx) || !ssl::setCertAuthority(ctx, Storage::GetCA())) {
             REPORTER_ERROR("use_caroot fail");
         } else if (!ssl::setPrivateKey(ctx, Storage::GetPrivateKey())) {
             REPORTER_ERROR("use_pkey fail");
