@@ -12,9 +12,9 @@
 
 local SCHEMA_VERSION = 1
 
--- A save touches some six pages and most of them twice, once in the journal. Of 512, 1024, 2048 and 4096
--- bytes this size is the largest that keeps it well within 20 KiB (measured in docs/operations.md).
-local PAGE_SIZE = 1024
+-- A save touches some six pages and writes most of them twice, once to the journal. Of 512, 1024, 2048 and
+-- 4096 bytes this size writes the least by far (docs/operations.md has the figures).
+local PAGE_SIZE = 512
 
 -- How long a call waits for another SQLite client before it fails with "database is locked".
 local BUSY_WAIT_MS = 2000
@@ -29,10 +29,10 @@ local LOWEST_ID, ID_SPREAD, NO_LAST_ID = 268435456, 1879048192, 1099511627776
 local BATCH_BASE, BATCH_BITS = "0x4000000000000000", 24
 
 -- Free pages that stay in the file for the next saves.
-local SHRINK_KEEP = 32
+local SHRINK_KEEP = 64
 
 -- Transactions that go on shrinking after that of the call itself.
-local SHRINK_ROUNDS = 4
+local SHRINK_ROUNDS = 8
 
 -- Reports that go for age in one transaction.
 local DROP_STEP = 128
@@ -75,7 +75,7 @@ local database
 local times_set_aside = 0
 
 -- A power of two that the file's pages do not pass; the journal has room for the transactions of such a file.
-local page_bound = 256
+local page_bound = 512
 
 -- The device's Lua integers have 32 bits with a sign: numbers are doubles here, what the agent narrowed is
 -- widened again, and what may be larger is read from SQLite as text.
@@ -119,17 +119,18 @@ end
 
 -- Pages that one transaction gives back to the file system at most.
 local function shrink_step()
-  return math.max(32, math.min(128, page_bound / 64))
+  return math.max(64, math.min(192, page_bound / 128))
 end
 
 -- Pages that the journal of a removal or a seal holds at most. Beside the file's header and the accounts, a
--- removal writes in each of four trees up to three pages on four levels and the root. Of the pages that its
--- content gives back, only those become part of it that the free list takes as trunks (one lists 248
--- others), with the pointer maps (one for 204 pages); freed pages are not saved, as secure_delete is off.
--- To shrink by a page writes that page, its parent and the page before it. That makes 165 KB for a
--- file of 1 MiB and 605 KB for one of 16 MiB.
+-- removal writes in each of four trees the root and up to three pages on five levels. Of the pages that its
+-- content gives back, only those become part of it that the free list takes as trunks (each lists others, four
+-- bytes apiece), with the pointer maps (five bytes for a page); the freed pages themselves are not saved, as
+-- secure_delete is off. To shrink by a page writes that page, its parent and the page before it. That makes
+-- 152 KB of journal for a file of 1 MiB and 641 KB for one of 16 MiB.
 local function journal_need()
-  return math.ceil(page_bound / 204) + math.ceil(page_bound / 248) + 2 + 4 * 13 + 3 * shrink_step()
+  local lists = math.ceil(page_bound / (PAGE_SIZE / 4 - 8)) + math.ceil(page_bound / math.floor(PAGE_SIZE / 5))
+  return lists + 2 + 4 * (1 + 3 * 5) + 3 * shrink_step()
 end
 
 -- Grows the journal file to that need; it stays so, as the mode PERSIST overwrites it in place. So a full
@@ -442,7 +443,7 @@ end
 -- Pages that a body of so many bytes adds at most: its own, and a split in each tree that gains a row.
 local function pages_for(length)
   local own = math.ceil(length / (PAGE_SIZE - 4))
-  return own + math.ceil(own / 204) + 14
+  return own + math.ceil(own / math.floor(PAGE_SIZE / 5)) + 20
 end
 
 -- Drops the oldest reports until so many pages fit within the size limit. False when they do not fit an
