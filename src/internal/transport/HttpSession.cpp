@@ -9,7 +9,6 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "internal/transport/BrokenPipeGuard.h"
 #include "internal/transport/InterruptibleSockets.h"
 #include "logging.h"
 
@@ -68,7 +67,6 @@ HttpSession::HttpSession(const std::string& address, long timeout) : HttpSession
 
 HttpSession::~HttpSession() {
     if (curl != nullptr) {
-        const BrokenPipeGuard guard;  // The farewell of TLS may meet a closed connection.
         layer->curl_easy_cleanup(curl);
     }
     std::free(reply);
@@ -155,7 +153,6 @@ int HttpSession::request(const std::string& body, const Method& method) {
     requestData = &body;
     setRequestOptions(body.size(), method);
 
-    const BrokenPipeGuard guard;
     const auto begin = std::chrono::system_clock::now();
     CURLcode result = layer->curl_easy_perform(curl);
     const double seconds = secondsBetween(begin, std::chrono::system_clock::now());
