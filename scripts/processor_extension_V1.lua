@@ -37,6 +37,9 @@ local SHRINK_ROUNDS = 8
 -- Reports that go for age in one transaction.
 local DROP_STEP = 128
 
+-- Bytes of the largest content that is looked into for caller and file hash.
+local PARSED_SIZE = 1048576
+
 local HOUR, DAY = 3600, 86400
 
 -- When this script was released, seconds since 1970: a clock that shows less has never been set.
@@ -127,7 +130,7 @@ end
 -- content gives back, only those become part of it that the free list takes as trunks (each lists others, four
 -- bytes apiece), with the pointer maps (five bytes for a page); the freed pages themselves are not saved, as
 -- secure_delete is off. To shrink by a page writes that page, its parent and the page before it. That makes
--- 152 KB of journal for a file of 1 MiB and 641 KB for one of 16 MiB.
+-- 155 KiB of journal for a file of 1 MiB and 633 KiB for one of 16 MiB.
 local function journal_need()
   local lists = math.ceil(page_bound / (PAGE_SIZE / 4 - 8)) + math.ceil(page_bound / math.floor(PAGE_SIZE / 5))
   return lists + 2 + 4 * (1 + 3 * 5) + 3 * shrink_step()
@@ -137,7 +140,7 @@ end
 -- disk stops neither removals nor seals. To get a transaction that saves so many pages, a filler is written
 -- and then deleted under secure_delete, which saves and wipes each of its pages.
 local function grow_journal(pages)
-  database.number("PRAGMA max_page_count = 4294967294")
+  database.number("PRAGMA max_page_count = 1073741823")
   database.execute("BEGIN IMMEDIATE")
   account("journal_pages = 0")
   database.execute("REPLACE INTO contents VALUES(1, 0, x'', zeroblob(%d))", pages * PAGE_SIZE)
@@ -401,10 +404,11 @@ local function file_key(caller, filehash)
 end
 
 -- The file key of a content that is a JSON object with both names. Most contents lack them and are not
--- parsed; one nested beyond the parser's depth counts as no JSON.
+-- parsed, nor is one whose parsed form would take too much memory; one nested beyond the parser's depth
+-- counts as no JSON.
 local function file_key_of(content)
-  if not string.find(content, "^%s*{") or not string.find(content, '"caller"', 1, true)
-    or not string.find(content, '"filehash"', 1, true) then
+  if #content > PARSED_SIZE or not string.find(content, "^%s*{")
+    or not string.find(content, '"caller"', 1, true) or not string.find(content, '"filehash"', 1, true) then
     return nil
   end
   local read, object = pcall(json.decode, content)

@@ -15,7 +15,7 @@ sqlite3 = {}
 -- Every function of the returned table raises SQLite's message when it fails. The arguments after a
 -- statement are put into it by string.format and must be safe there: the binding binds no values.
 function sqlite3.open(path, busy_wait_ms)
-  local connection = check(environment:connect(path, busy_wait_ms))
+  local connection = check(environment:connect(path))
   local database = {}
 
   -- Runs a statement. The binding begins one that returns rows twice, so it must not change the
@@ -57,6 +57,7 @@ function sqlite3.open(path, busy_wait_ms)
     pcall(connection.close, connection)
   end
 
+  database.row("PRAGMA busy_timeout = %d", busy_wait_ms)
   return database
 end
 
