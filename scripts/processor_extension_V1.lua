@@ -213,8 +213,7 @@ end
 -- makes a commit durable, which here is the synced overwriting of the journal's header.
 -- The first statement that reads the file rolls back what a killed process left. Journal mode cannot be set
 -- before it, but under EXCLUSIVE locking it leaves the journal file in place as well.
-local function open()
-  if database then return end
+local function connect()
   database = sqlite3.open(PATH_TO_DB, BUSY_WAIT_MS)
   database.row("PRAGMA locking_mode = EXCLUSIVE")
   database.row("PRAGMA journal_mode = PERSIST")
@@ -229,7 +228,13 @@ local function open()
   elseif version ~= SCHEMA_VERSION then
     error("unknown schema version " .. version, 0)
   end
-  -- A store without that room still lists and reads, and removes as far as the disk has room.
+end
+
+-- Opens the database when need be. The journal is looked for at each call, as another SQLite client that
+-- writes deletes it. A store without its room still lists and reads, and removes as far as the disk allows.
+local function open()
+  if database and exists(PATH_TO_DB .. "-journal") then return end
+  if not database then connect() end
   local message = keep_bounds(database.number("PRAGMA page_count"))
   if message and is_damage(message) then error(message, 0) end
 end
