@@ -68,8 +68,8 @@ void run_sending_pass() {
 }  // namespace
 
 int main() {
-    // A peer that closes early is an error of that transfer, and a log that nobody reads none at all.
-    // libcurl is told to leave signals alone, so it does not see to this.
+    // A peer that closes early is an error of that transfer, and a log that nobody reads none at
+    // all. libcurl is told to leave signals alone, so it does not see to this.
     std::signal(SIGPIPE, SIG_IGN);
     REPORTER_INFO("processor pid:" << getpid());
     REPORTER_INFO("ppid: " << getppid());
