@@ -13,48 +13,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path directory_from(const char* variable) {
-    const char* value = std::getenv(variable);
-    if (value == nullptr) {
-        throw std::runtime_error(std::string(variable) + " is not set: not in a device root");
-    }
-    return value;
-}
-
-void remove_entries(const fs::path& directory) {
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
-        fs::remove_all(entry);
-    }
-}
-
-void copy_into(const fs::path& directory, const fs::path& source) {
-    fs::create_directories(directory);
-    fs::copy(source_dir() / source, directory,
-             fs::copy_options::recursive | fs::copy_options::overwrite_existing);
-}
-
-template <class Change>
-void change_document(const fs::path& path, Change change) {
+Json::Value read_document(const fs::path& path) {
     Json::Value document(Json::objectValue);
     if (fs::exists(path)) {
         std::ifstream(path) >> document;
     }
-    change(document);
-    write_text(path, Json::writeString(Json::StreamWriterBuilder(), document));
+    return document;
 }
 
-void set_member(Json::Value& object, const std::string& key, const Json::Value& value) {
-    if (value.isNull()) {
-        object.removeMember(key);
-    } else {
-        object[key] = value;
-    }
+void write_document(const fs::path& path, const Json::Value& document) {
+    write_text(path, Json::writeString(Json::StreamWriterBuilder(), document));
 }
 
 }  // namespace
 
 fs::path scratch_root() {
-    return directory_from("TEV_TEST_ROOT");
+    return std::getenv("TEV_TEST_ROOT");
 }
 
 fs::path source_dir() {
@@ -70,7 +44,7 @@ fs::path lock_dir() {
 }
 
 fs::path platform_dir() {
-    return directory_from("TEV_PLATFORM_DIR");
+    return std::getenv("TEV_PLATFORM_DIR");
 }
 
 std::string read_text(const fs::path& path) {
@@ -84,15 +58,16 @@ std::string read_text(const fs::path& path) {
 void write_text(const fs::path& path, const std::string& text) {
     fs::create_directories(path.parent_path());
     std::ofstream file(path, std::ios::binary);
-    file << text << std::flush;
-    if (!file) {
+    if (!(file << text << std::flush)) {
         throw std::runtime_error("cannot write " + path.string());
     }
 }
 
 void reset_device() {
     for (const fs::path& directory : {fs::path("/opt/data"), lock_dir(), platform_dir()}) {
-        remove_entries(directory);
+        for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+            fs::remove_all(entry);
+        }
     }
     fs::create_directories(data_dir());
     write_text(lock_dir() / "tev_reporter_db_file_lock", "");
@@ -100,19 +75,28 @@ void reset_device() {
 }
 
 void install_plugin() {
-    copy_into(data_dir() / "config", "config/config.def");
-    copy_into(data_dir() / "lua", "scripts/processor_extension_V1.lua");
-    copy_into(data_dir() / "lib" / "lua", "scripts/lib");
+    const std::pair<const char*, const char*> files[] = {
+        {"config/config.def", "config/config.def"},
+        {"scripts/processor_extension_V1.lua", "lua/processor_extension_V1.lua"},
+        {"scripts/lib/json.lua", "lib/lua/json.lua"},
+        {"scripts/lib/sqlite3.lua", "lib/lua/sqlite3.lua"}};
+    for (const auto& [source, target] : files) {
+        write_text(data_dir() / target, read_text(source_dir() / source));
+    }
 }
 
 void set_vconf(const std::string& key, const Json::Value& value) {
-    change_document(platform_dir() / "vconf.json",
-                    [&](Json::Value& settings) { set_member(settings, key, value); });
+    const fs::path path = platform_dir() / "vconf.json";
+    Json::Value settings = read_document(path);
+    settings[key] = value;
+    write_document(path, settings);
 }
 
 void set_system_info(const std::string& section, const std::string& key, const Json::Value& value) {
-    change_document(platform_dir() / "system_info.json",
-                    [&](Json::Value& facts) { set_member(facts[section], key, value); });
+    const fs::path path = platform_dir() / "system_info.json";
+    Json::Value facts = read_document(path);
+    facts[section][key] = value;
+    write_document(path, facts);
 }
 
 }  // namespace test_support

@@ -2,13 +2,18 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
-#include <json/value.h>
+#include <json/json.h>
+
+#include "support/platform_recorder.h"
 
 /// The scratch directory that stands behind the device's fixed paths while a test runs. `main`
 /// makes one per run and removes it afterwards unless a test failed.
 namespace test_support {
+
+using messages = std::vector<std::string>;
 
 /// The scratch directory as the machine sees it, for a second tools/device-root on the same state.
 std::filesystem::path scratch_root();
@@ -33,14 +38,16 @@ void reset_device();
 void install_plugin();
 
 /// Sets one value of the platform's settings or system information; `section` is "value", "custom"
-/// or "platform". A null value removes it.
+/// or "platform". A null value counts as absent.
 void set_vconf(const std::string& key, const Json::Value& value);
 void set_system_info(const std::string& section, const std::string& key, const Json::Value& value);
 
-/// A test on an empty device.
+/// A test on an empty device, with log and pauses recorded.
 class device_test : public ::testing::Test {
 protected:
-    void SetUp() override { reset_device(); }
+    device_test() { reset_device(); }
+
+    platform_recorder recorder;
 };
 
 }  // namespace test_support

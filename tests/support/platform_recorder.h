@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-/// Stands in front of the platform's log and of `nanosleep` in the test process.
 namespace test_support {
 
 /// The arguments of one call to the platform's log.
@@ -17,14 +16,12 @@ struct log_entry {
     std::string function;
     int line;
     std::string text;
-
-    /// `text` without the memory figure in front and the final newline.
-    std::string message() const;
 };
 
-/// Records every log record and pause of the process for as long as it lives; the pauses are
-/// counted and not slept. One at a time; without one the log is dropped and pauses take their time.
-/// With TEV_TEST_LOG in the environment every record also goes to standard error. Any thread.
+/// Stands in front of the platform's log and of `nanosleep` in the test process: records every log
+/// record and pause for as long as it lives; pauses are counted and not slept. Without one the log
+/// is dropped and pauses take their time. With TEV_TEST_LOG in the environment every record also
+/// goes to standard error. Any thread.
 class platform_recorder {
 public:
     platform_recorder();
@@ -34,14 +31,14 @@ public:
 
     std::vector<log_entry> log() const;
 
-    /// The messages in order, each with its priority in front: "I ", "W " or "E ".
+    /// The messages in order, without the memory figure and the final newline, each with its
+    /// priority in front: "I ", "W " or "E ".
     std::vector<std::string> messages() const;
 
-    /// How many records hold exactly this, with the priority in front as in `messages`.
+    /// How many records hold exactly this message, priority included.
     std::size_t count(const std::string& message) const;
 
-    std::size_t pauses() const;
-    std::chrono::nanoseconds paused() const;
+    std::vector<std::chrono::nanoseconds> pauses() const;
 
     /// Forgets what was recorded so far.
     void clear();

@@ -1,46 +1,26 @@
 #include <sys/fsuid.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <ctime>
 #include <thread>
-
-#include <json/value.h>
 
 #include "common.h"
 #include "support/device_root.h"
 #include "support/error_of.h"
+#include "support/full_disk.h"
 
+using namespace test_support;
 namespace fs = std::filesystem;
-using test_support::data_dir;
-using test_support::error_of;
 
 namespace {
 
 const std::string bytes("a\0b\n", 4);
 
-class files : public test_support::device_test {
+class files : public device_test {
 protected:
     const std::string file = data_dir() / "file";
     const std::string missing = data_dir() / "missing" / "file";
     const std::string directory = data_dir();
-};
-
-// Nobody, not even root, makes a file in the directory while this lives.
-class read_only {
-public:
-    explicit read_only(fs::path directory) : _directory(std::move(directory)) {
-        fs::permissions(_directory, fs::perms(0555));
-        setfsuid(1);
-    }
-    ~read_only() {
-        setfsuid(geteuid());
-        fs::permissions(_directory, fs::perms(0755));
-    }
-
-private:
-    fs::path _directory;
 };
 
 }  // namespace
@@ -71,26 +51,36 @@ TEST_F(files, that_are_missing_or_directories_are_told_apart_from_empty_ones) {
 
 TEST_F(files, keep_their_content_on_a_full_disk) {
     reporter::write_file(file, bytes);
-    const std::string large(100000, 'x');
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit size{};
-    getrlimit(RLIMIT_FSIZE, &size);
-    const rlimit small{50000, size.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &small);
-    EXPECT_EQ(error_of([&] { reporter::write_file(file, large); }), file + " :can't be written");
-    EXPECT_EQ(error_of([&] { reporter::append_to_file(file, large); }),
-              file + " :can't be written");
-    setrlimit(RLIMIT_FSIZE, &size);
+    {
+        const full_disk disk(50000);
+        const std::string large(100000, 'x');
+        const std::string error = file + " :can't be written";
+        EXPECT_EQ(error_of([&] { reporter::write_file(file, large); }), error);
+        EXPECT_EQ(error_of([&] { reporter::append_to_file(file, large); }), error);
+    }
     EXPECT_EQ(reporter::read_file(file), bytes);
     EXPECT_FALSE(fs::exists(file + ".tmp"));
+}
+
+TEST_F(files, keep_their_links_and_their_mode) {
+    reporter::write_file(file, "earlier");
+    fs::permissions(file, fs::perms(0642));
+    fs::create_symlink(file, file + ".link");
+    reporter::write_file(file + ".link", bytes);
+    EXPECT_TRUE(fs::is_symlink(file + ".link"));
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0642));
+    EXPECT_EQ(reporter::read_file(file), bytes);
 }
 
 TEST_F(files, are_rewritten_in_place_where_no_new_one_can_be_made) {
     reporter::write_file(file, "earlier");
     fs::permissions(file, fs::perms(0666));
-    const read_only guard(directory);
+    fs::permissions(directory, fs::perms(0555));
+    setfsuid(1);  // root makes files anywhere
     reporter::write_file(file, bytes);
     reporter::write_file(directory + "/new", bytes);
+    setfsuid(geteuid());
+    fs::permissions(directory, fs::perms(0755));
     EXPECT_EQ(reporter::read_file(file), bytes);
     EXPECT_EQ(reporter::size_file(directory + "/new"), -1);
 }

@@ -4,11 +4,9 @@
 #include <future>
 #include <stdexcept>
 
-#include <gtest/gtest.h>
+#include "support/device_root.h"
 
-#include "support/platform_recorder.h"
-
-using test_support::platform_recorder;
+using namespace test_support;
 
 namespace {
 
@@ -18,34 +16,35 @@ struct scripted_policy {
 };
 
 using host = reporter::modules::module_host<scripted_policy>;
-using messages = std::vector<std::string>;
 
-// The two threads' lines interleave as they like; each thread's own are in order.
-messages lines_of(const platform_recorder& recorder, bool of_the_run_thread) {
-    messages result;
-    const auto log = recorder.log();
-    for (std::size_t i = 0; i < log.size(); ++i) {
-        EXPECT_EQ(log[i].file, "module_host.h");
-        if ((log[i].function == "operator()") == of_the_run_thread) {
-            result.push_back(recorder.messages()[i]);
+class module_host : public device_test {
+protected:
+    // The two threads' lines interleave as they like; each thread's own are in order.
+    messages lines(bool of_the_run_thread) const {
+        messages result;
+        const auto log = recorder.log();
+        for (std::size_t i = 0; i < log.size(); ++i) {
+            EXPECT_EQ(log[i].file, "module_host.h");
+            if ((log[i].function == "operator()") == of_the_run_thread) {
+                result.push_back(recorder.messages()[i]);
+            }
         }
+        return result;
     }
-    return result;
-}
 
-[[noreturn]] void fail() {
-    throw std::runtime_error("boom");
-}
+    const std::function<void()> count_run = [this] { ++runs; };
+    const std::function<void()> count_stop = [this] { ++stops; };
+    const std::function<void()> fail = [] { throw std::runtime_error("boom"); };
+    int runs = 0;
+    int stops = 0;
+};
 
 }  // namespace
 
-TEST(module_host, runs_once_stops_once_and_waits) {
-    platform_recorder recorder;
-    int runs = 0;
-    int stops = 0;
+TEST_F(module_host, runs_once_stops_once_and_waits) {
     {
         std::promise<void> may_end;
-        host module({[&] { ++runs, may_end.get_future().wait(); }, [&] { ++stops; }}, "m");
+        host module({[&] { ++runs, may_end.get_future().wait(); }, count_stop}, "m");
         module.run();
         module.run();
         module.stop();
@@ -55,7 +54,7 @@ TEST(module_host, runs_once_stops_once_and_waits) {
     }
     EXPECT_EQ(runs, 1);
     EXPECT_EQ(stops, 1);
-    EXPECT_EQ(lines_of(recorder, false),
+    EXPECT_EQ(lines(false),
               (messages{"I module[m] are constructed", "I module_host::run module[m]",
                         "I module_host::run module[m]", "I module already started",
                         "I stopping module: m", "I joinable?= 1 m", "I module [m] already stopped",
@@ -63,28 +62,24 @@ TEST(module_host, runs_once_stops_once_and_waits) {
                         "I module [m] already stopped", "I module_host::wait module: m",
                         "I joinable?= 0 m", "I waited  m", "I ~modules_host: m"}));
     EXPECT_EQ(recorder.log().back().function, "~module_host");
-    EXPECT_EQ(lines_of(recorder, true),
+    EXPECT_EQ(lines(true),
               (messages{"I before 'run_impl' module[m]", "I after 'run_impl' module[m]"}));
 }
 
-TEST(module_host, ends_work_that_throws_and_stops_it_at_destruction) {
-    platform_recorder recorder;
-    int stops = 0;
+TEST_F(module_host, ends_work_that_throws_and_stops_it_at_destruction) {
     {
-        host module({fail, [&] { ++stops; }}, "m");
+        host module({fail, count_stop}, "m");
         module.run();
         module.wait();
         EXPECT_EQ(stops, 0);
     }
     EXPECT_EQ(stops, 1);
-    EXPECT_EQ(lines_of(recorder, true),
+    EXPECT_EQ(lines(true),
               (messages{"I before 'run_impl' module[m]", "E fatal error in module[m]: boom"}));
 }
 
-TEST(module_host, starts_after_a_stop_and_keeps_its_failure_to_itself) {
-    platform_recorder recorder;
-    int runs = 0;
-    host module({[&] { ++runs; }, fail}, "m");
+TEST_F(module_host, starts_after_a_stop_and_keeps_its_failure_to_itself) {
+    host module({count_run, fail}, "m");
     module.stop();
     module.stop();
     EXPECT_EQ(recorder.messages(), (messages{"I module[m] are constructed", "I stopping module: m",
