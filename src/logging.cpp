@@ -62,8 +62,7 @@ double process_mem_usage() noexcept {
 
 log_record::log_record(log_priority priority, const char* file, const char* function, int line)
     : _priority(priority), _file(file), _function(function), _line(line) {
-    _text << "PROCESSOR"
-          << " :rss " << process_mem_usage() << ' ';
+    _text << "PROCESSOR :rss " << process_mem_usage() << ' ';
 }
 
 log_record::~log_record() {

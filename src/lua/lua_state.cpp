@@ -81,15 +81,15 @@ T truncate_to(double value) {
     return static_cast<T>(value);
 }
 
-void require_result(lua_State* lua, int lua_type_wanted, const char* type_name) {
+void require_result(lua_State* lua, int lua_type_wanted, const char* message) {
     if (lua_type(lua, -1) != lua_type_wanted) {
-        throw lua_exception(std::string("lua: bad return type, must be ") + type_name);
+        throw lua_exception(message);
     }
 }
 
 template <class T>
 T pop_number(lua_State* lua) {
-    require_result(lua, LUA_TNUMBER, "number");
+    require_result(lua, LUA_TNUMBER, "lua: bad return type, must be number");
     const T value = truncate_to<T>(lua_tonumber(lua, -1));
     lua_pop(lua, 1);
     return value;
@@ -97,7 +97,7 @@ T pop_number(lua_State* lua) {
 
 template <class T>
 std::vector<T> pop_array(lua_State* lua) {
-    require_result(lua, LUA_TTABLE, "table( array )");
+    require_result(lua, LUA_TTABLE, "lua: bad return type, must be table( array )");
     std::vector<T> values;
     values.reserve(lua_objlen(lua, -1));
     lua_pushnil(lua);
@@ -249,7 +249,7 @@ template <>
 bool caller::call_impl<bool>(int nargs) {
     protected_call(nargs);
     lua_State* lua = _state.get_lua();
-    require_result(lua, LUA_TBOOLEAN, "boolean");
+    require_result(lua, LUA_TBOOLEAN, "lua: bad return type, must be boolean");
     const bool value = lua_toboolean(lua, -1) != 0;
     lua_pop(lua, 1);
     return value;
@@ -271,7 +271,7 @@ template <>
 std::string caller::call_impl<std::string>(int nargs) {
     protected_call(nargs);
     lua_State* lua = _state.get_lua();
-    require_result(lua, LUA_TSTRING, "string");
+    require_result(lua, LUA_TSTRING, "lua: bad return type, must be string");
     std::string value = lua_tostring_impl(lua, {});
     lua_pop(lua, 1);
     return value;
