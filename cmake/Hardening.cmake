@@ -1,0 +1,9 @@
+# What makes a flaw harder to exploit, and nothing loaded that is not used. tools/check-binaries looks for
+# it in what was built.
+include(CheckPIESupported)
+check_pie_supported()
+
+add_compile_options(-fstack-protector-strong -fvisibility-inlines-hidden)
+# The checks of buffer sizes need optimisation, and a sanitizer has its own.
+add_compile_options($<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+add_link_options(-Wl,-z,relro,-z,now -Wl,--as-needed)
