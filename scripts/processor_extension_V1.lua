@@ -117,7 +117,8 @@ end
 
 -- DB_MAX_SIZE in pages, 0 for no limit.
 local function page_limit()
-  return math.floor(unsigned(DB_MAX_SIZE) / PAGE_SIZE)
+  local size = unsigned(DB_MAX_SIZE)
+  return size > 0 and math.max(math.floor(size / PAGE_SIZE), 1) or 0
 end
 
 -- Pages that one transaction gives back to the file system at most.
@@ -323,7 +324,8 @@ local schedule
 local function read_schedule()
   if schedule then return schedule end
   local spread = setting("dispatching_spread")
-  schedule = { period = string.find(DISPATCHING_TIME, "^%d+$") and tonumber(DISPATCHING_TIME),
+  local period = string.find(DISPATCHING_TIME, "^%d+$") and tonumber(DISPATCHING_TIME)
+  schedule = { period = period and period < 2147483648 and period,
     times = clock_times(DISPATCHING_TIME),
     offset = spread > 0 and tonumber(string.sub(sha256(DUID or ""), 1, 8), 16) % spread or 0 }
   if not schedule.period and not schedule.times then
@@ -643,7 +645,7 @@ local function read_report(id)
     ',"size":', row[5], ',"first_time":', row[6], ',"last_time":', row[7], ',"SHA256":"', row[8],
     '","uid":"', row[11], "-", id, '"', least > 0 and size >= least and ',"check_hash":1' or "",
     row[10] == 0 and "" or ',"clock":"untrusted"', ',"encoding":"deflate+base64","content":"',
-    (string.gsub(row[9], "[^%w+/=]", "")), '"}' })
+    (string.gsub(row[9], "[^A-Za-z0-9+/=]", "")), '"}' })
 end
 
 local function remove(id)
