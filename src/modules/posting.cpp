@@ -16,6 +16,16 @@ namespace {
 
 constexpr unsigned int max_tries = 10;
 
+// What is only counted never keeps a report that the server took in the store: a member that the
+// storage script wrote in some other type counts as absent.
+int int_or_zero(const Json::Value& value) {
+    return value.isConvertibleTo(Json::intValue) ? value.asInt() : 0;
+}
+
+unsigned int uint_or_zero(const Json::Value& value) {
+    return value.isConvertibleTo(Json::uintValue) ? value.asUInt() : 0;
+}
+
 using reports_by_id = std::unordered_map<unsigned int, std::vector<const Json::Value*>>;
 
 // One look at each report instead of one per id and report.
@@ -97,8 +107,8 @@ unsigned int read_number<unsigned int>(const Json::Value& element) {
 
 report create_report(const Json::Value& value) {
     report record;
-    record.module = static_cast<std::int16_t>(value["module"].asInt());
-    record.type = static_cast<std::int16_t>(value["type"].asInt());
+    record.module = static_cast<std::int16_t>(int_or_zero(value["module"]));
+    record.type = static_cast<std::int16_t>(int_or_zero(value["type"]));
     REPORTER_INFO("create_report: " << record.module);
     return record;
 }
@@ -109,7 +119,7 @@ void update_stat(const std::vector<unsigned int>& ids, std::vector<Json::Value> 
     const auto index = index_by_id(reports);
     for (const unsigned int id : ids) {
         count_events(index, id, "sent", [](const Json::Value& report) {
-            return std::max(report["count"].asUInt(), 1U);
+            return std::max(uint_or_zero(report["count"]), 1U);
         });
     }
 }

@@ -56,7 +56,8 @@ int read_number<int>(const Json::Value& element);
 template <>
 unsigned int read_number<unsigned int>(const Json::Value& element);
 
-/// A record with the module and the type of the report's JSON, for the statistics.
+/// A record with the module and the type of the report's JSON, for the statistics; 0 for what does
+/// not convert.
 report create_report(const Json::Value& value);
 
 /// Counts "sent" for every report with one of the ids, its "count" times, at least once.
