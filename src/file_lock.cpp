@@ -73,8 +73,10 @@ void file_lock::lock() {
 }
 
 void file_lock::unlock() {
-    const bool released =
-        std::exchange(_locked, false) && lockf(_descriptor.get(), F_ULOCK, 0) == 0;
+    // The system would unlock for any thread of the process, and call a lock that is not held
+    // unlocked; neither is to be seen outside.
+    const bool held = this_thread_holds_mutex && std::exchange(_locked, false);
+    const bool released = held && lockf(_descriptor.get(), F_ULOCK, 0) == 0;
     REPORTER_INFO((released ? "Unlocked: " : "Already unlocked: ") << _name);
     // Kept: unlocking any file_lock releases the mutex that this thread holds for whichever one.
     if (std::exchange(this_thread_holds_mutex, false)) {

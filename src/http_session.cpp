@@ -30,11 +30,7 @@ int default_http_session_policy::post_impl(const std::string& url, unsigned int 
     tev::transport::HttpSession session(url, static_cast<long>(timeout));
     const int status = session.post(body);
     REPORTER_INFO("replySize: " << session.getReplySize());
-    if (session.getReplySize() > 0) {
-        reply.assign(reinterpret_cast<const char*>(session.getReply()), session.getReplySize());
-    } else {
-        reply.clear();
-    }
+    reply.assign(reinterpret_cast<const char*>(session.getReply()), session.getReplySize());
     return status;
 }
 

@@ -16,7 +16,7 @@ journal::journal(const std::string& path, unsigned int max_lines, unsigned int m
 bool journal::add(const std::string& first, const std::string& second) {
     const std::lock_guard<std::mutex> guard(_mutex);
     try {
-        add_event(first, second);
+        write_line(first, second);
         return true;
     } catch (const std::exception& error) {
         REPORTER_ERROR("can't write to journal: " << error.what());
@@ -24,7 +24,7 @@ bool journal::add(const std::string& first, const std::string& second) {
     }
 }
 
-void journal::add_event(const std::string& first, const std::string& second) const {
+void journal::write_line(const std::string& first, const std::string& second) const {
     std::string content = read_file(_path);
     const auto lines = static_cast<std::size_t>(std::count(content.begin(), content.end(), '\n'));
     std::string line = get_current_time() + "::" + first + "::" + second;

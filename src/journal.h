@@ -13,14 +13,15 @@ public:
     /// counted. Throws what write_file throws.
     journal(const std::string& path, unsigned int max_lines, unsigned int max_line_length);
 
-    /// Adds "<local time>::<first>::<second>", cut to the maximum length; the oldest line goes when
-    /// the file is full. A failure is logged, changes no earlier line and gives false.
+    /// Adds "<local time>::<first>::<second>", cut to the maximum length, line breaks as blanks;
+    /// the oldest line goes when the file is full. A failure is logged, changes no earlier line and
+    /// gives false.
     bool add(const std::string& first, const std::string& second);
 
     std::string get_path() const { return _path; }
 
 private:
-    void add_event(const std::string& first, const std::string& second) const;
+    void write_line(const std::string& first, const std::string& second) const;
 
     std::mutex _mutex;
     std::string _path;

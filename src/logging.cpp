@@ -60,7 +60,10 @@ double process_mem_usage() noexcept {
     return read_resident_kib();
 }
 
-log_record::log_record(log_priority priority, const char* file, const char* function, int line)
+// A stream keeps what goes wrong in it to itself, so this does not throw, and neither do the
+// destructors that log.
+log_record::log_record(log_priority priority, const char* file, const char* function,
+                       int line) noexcept
     : _priority(priority), _file(file), _function(function), _line(line) {
     _text << "PROCESSOR :rss " << process_mem_usage() << ' ';
 }

@@ -17,7 +17,7 @@ enum class log_priority { info = 4, warn = 5, error = 6 };
 class log_record {
 public:
     /// `file` may carry a directory, which is dropped; both texts must outlive the record.
-    log_record(log_priority priority, const char* file, const char* function, int line);
+    log_record(log_priority priority, const char* file, const char* function, int line) noexcept;
     log_record(const log_record&) = delete;
     log_record& operator=(const log_record&) = delete;
     ~log_record();

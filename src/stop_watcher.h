@@ -8,14 +8,14 @@ namespace reporter {
 
 /// Turns a signal into an orderly stop: the handler only leaves word, and a thread of this class
 /// does what a handler may not. Should the process not end by itself within the grace period after
-/// the pause under way (a
-/// lock that another process holds, a name that does not resolve, a script that loops), it ends it
-/// with status 0; the store's transactions make that as safe as a power cut.
+/// the pause under way (a lock that another process holds, a name that does not resolve, a script
+/// that loops), it ends it with status 0; the store's transactions make that as safe as a power
+/// cut.
 ///
 /// One object at a time; it belongs to the thread that made it.
 class stop_watcher {
 public:
-    /// `on_stop` is called at the first request, on the watcher's thread, and must not throw.
+    /// `on_stop` is called at the first request, on a thread of its own, and must not throw.
     /// Throws std::system_error when the watcher cannot be set up.
     stop_watcher(std::function<void()> on_stop, std::chrono::milliseconds grace);
     stop_watcher(const stop_watcher&) = delete;

@@ -64,8 +64,6 @@ int print_line(char letter, const char* tag, const char* fmt, va_list args) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming): not our choice
-// shape.
 int __dlog_print(int /*log_id*/, int prio, const char* tag, const char* fmt, ...) {
     const int saved_errno = errno;
     if (tag == nullptr || fmt == nullptr) {

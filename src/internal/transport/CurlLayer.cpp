@@ -7,8 +7,6 @@
 
 namespace tev::transport {
 
-class HttpSession;
-
 CurlLayer& CurlLayer::getInst() {
     static CurlLayer instance;
     instance.init();
@@ -91,9 +89,6 @@ CURLcode CurlLayer::curl_easy_setopt(void* handle, CURLoption option, T value) {
         return references.curl_easy_setopt(handle, option, static_cast<Number>(value));
     }
 }
-
-using SslContextCallback = CURLcode (*)(void*, void*, void*);
-using TransferCallback = std::size_t (*)(unsigned char*, std::size_t, std::size_t, HttpSession*);
 
 template CURLcode CurlLayer::curl_easy_setopt(void*, CURLoption, SslContextCallback);
 template CURLcode CurlLayer::curl_easy_setopt(void*, CURLoption, TransferCallback);

@@ -1,8 +1,16 @@
 #pragma once
 
+#include <cstddef>
+
 #include <curl/curl.h>
 
 namespace tev::transport {
+
+class HttpSession;
+
+/// What a session registers with libcurl.
+using SslContextCallback = CURLcode (*)(void*, void*, void*);
+using TransferCallback = std::size_t (*)(unsigned char*, std::size_t, std::size_t, HttpSession*);
 
 /// The gate in front of libcurl: every call of the transport goes through it, and while it is not
 /// ready none of them reaches libcurl. The program uses the one instance of getInst(); one made

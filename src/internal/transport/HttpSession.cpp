@@ -15,9 +15,6 @@
 namespace tev::transport {
 namespace {
 
-using SslContextCallback = CURLcode (*)(void*, void*, void*);
-using TransferCallback = size_t (*)(unsigned char*, size_t, size_t, HttpSession*);
-
 const char* const cipherList =
     "AES128-GCM-SHA256, AES128-SHA256, DHE-RSA-AES128-GCM-SHA256, ECDHE-ECDSA-AES128-GCM-SHA256, "
     "ECDHE-RSA-AES128-GCM-SHA256, ECDHE-RSA-AES256-GCM-SHA384";
@@ -150,8 +147,8 @@ int HttpSession::request(const std::string& body, const Method& method) {
     composeHeader(body.size());
     sent = 0;
     replySize = 0;
-    requestData = &body;
     setRequestOptions(body.size(), method);
+    requestData = &body;
 
     const auto begin = std::chrono::system_clock::now();
     CURLcode result = layer->curl_easy_perform(curl);
@@ -191,15 +188,12 @@ void HttpSession::appendHeader(const std::string& line) {
 }
 
 size_t HttpSession::sendCallback(unsigned char* buffer, size_t size, size_t nitems,
-                                 HttpSession* session) {
+                                 HttpSession* session) noexcept {
     HttpSession* const aux = session;
     if (aux == nullptr || buffer == nullptr || interruptSignal) {
         return 0;
     }
     assert(aux->requestData);
-    if (aux->requestData == nullptr) {
-        return 0;
-    }
     try {
         const std::string& body = *aux->requestData;
         size_t chunkSize = 0;

@@ -41,12 +41,12 @@ public:
 
     /// libcurl's read and write callbacks; 0 ends or refuses the transfer. Neither throws.
     static size_t sendCallback(unsigned char* buffer, size_t size, size_t nitems,
-                               HttpSession* session);
+                               HttpSession* session) noexcept;
     static size_t receiveCallback(unsigned char* data, size_t size, size_t nmemb,
                                   HttpSession* session) noexcept;
-    /// libcurl's SSL-context callback: installs the trusted CAs and the client's key and
-    /// certificate in `sslctx`. Anything missing answers CURLE_ABORTED_BY_CALLBACK, so nothing is
-    /// ever sent without them. Never throws.
+    /// libcurl's SSL-context callback (TlsCallbacks.cpp): installs the trusted CAs and the client's
+    /// key and certificate in `sslctx`. Anything missing answers CURLE_ABORTED_BY_CALLBACK, so
+    /// nothing is ever sent without them. Never throws.
     static CURLcode sslctxfun(void* curl, void* sslctx, void* session);
 
 private:

@@ -63,7 +63,7 @@ std::shared_ptr<X509> parseCertificate(BIO* bio, const std::string& text) {
 
 // The key's passphrase is the start of the certificate's Base64 body, behind its 28-byte first
 // line.
-int callbackPrivateKeyPass(char* buf, int size, int /*rwflag*/, void* /*userdata*/) {
+int callbackPrivateKeyPass(char* buf, int size, int /*rwflag*/, void* /*userdata*/) noexcept {
     constexpr std::size_t firstLine = 28;
     constexpr int length = 64;
     if (size < length) {
@@ -94,7 +94,13 @@ public:
 
     bool read(const std::string& name, const ss_credential_s& credential) {
         release();
-        return ss_read(name.c_str(), &credential, &bytes, &size) == 0;
+        if (ss_read(name.c_str(), &credential, &bytes, &size) == 0) {
+            return true;
+        }
+        // What a failed read leaves here is nobody's to free.
+        bytes = nullptr;
+        size = 0;
+        return false;
     }
     bool empty() const { return bytes == nullptr || size == 0; }
     std::string text() const { return {reinterpret_cast<const char*>(bytes), size}; }

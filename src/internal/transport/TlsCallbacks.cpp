@@ -18,8 +18,16 @@ namespace {
 
 using common::Storage;
 
-// libcurl may have filled the store itself: some builds fall back to the system's CAs when no file
-// is named. An empty one with the same parameters takes its place.
+// What failed in a callback must not be taken for an error of the next handshake on its thread.
+struct ErrorQueueGuard {
+    ErrorQueueGuard() = default;
+    ErrorQueueGuard(const ErrorQueueGuard&) = delete;
+    ErrorQueueGuard& operator=(const ErrorQueueGuard&) = delete;
+    ~ErrorQueueGuard() { ERR_clear_error(); }
+};
+
+// Older libcurls set the store up before this callback, and some builds of them fall back to the
+// system's CAs when no file is named. An empty store with the same parameters takes its place.
 bool dropInheritedTrust(SSL_CTX* ctx) {
     X509_STORE* const inherited = SSL_CTX_get_cert_store(ctx);
     std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> empty(X509_STORE_new(),
@@ -36,6 +44,7 @@ bool dropInheritedTrust(SSL_CTX* ctx) {
 }  // namespace
 
 CURLcode HttpSession::sslctxfun(void* /*curl*/, void* sslctx, void* session) {
+    const ErrorQueueGuard guard;
     try {
         auto* const ctx = static_cast<SSL_CTX*>(sslctx);
         CURLcode result = CURLE_ABORTED_BY_CALLBACK;
@@ -49,11 +58,10 @@ CURLcode HttpSession::sslctxfun(void* /*curl*/, void* sslctx, void* session) {
                    // OpenSSL drops a key that does not fit the certificate and reports success.
                    SSL_CTX_check_private_key(ctx) != 1) {
             REPORTER_ERROR("use_clientcert fail");
-        } else {
+        } else if (SSL_CTX_set_max_proto_version(ctx, TLS1_2_VERSION) == 1) {
+            // libcurl's option is only a minimum, and the cipher list means nothing to TLS 1.3.
             result = CURLE_OK;
         }
-        // What failed here must not be taken for an error of the next handshake on this thread.
-        ERR_clear_error();
         REPORTER_INFO("sslctxfun curl status: " << result);
         return result;
     } catch (const std::exception&) {
@@ -62,6 +70,7 @@ CURLcode HttpSession::sslctxfun(void* /*curl*/, void* sslctx, void* session) {
 }
 
 int clientCertCallback(SSL* /*ssl*/, X509** cert, EVP_PKEY** key) {
+    const ErrorQueueGuard guard;
     *cert = nullptr;
     *key = nullptr;
     try {
@@ -82,6 +91,7 @@ int clientCertCallback(SSL* /*ssl*/, X509** cert, EVP_PKEY** key) {
 }
 
 int caCertCallback(SSL_CTX* ctx) {
+    const ErrorQueueGuard guard;
     try {
         return ssl::setCertAuthority(ctx, Storage::GetCA()) ? 1 : 0;
     } catch (const std::exception&) {
