@@ -11,7 +11,8 @@
 // log, on which it would spend two thirds of its time, and none for pauses.
 namespace reporter {
 
-log_record::log_record(log_priority priority, const char* file, const char* function, int line)
+log_record::log_record(log_priority priority, const char* file, const char* function,
+                       int line) noexcept
     : _priority(priority), _file(file), _function(function), _line(line) {
     _text.setstate(std::ios::badbit);
 }

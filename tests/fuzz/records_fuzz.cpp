@@ -48,6 +48,9 @@ void add_line_to(const std::string& file, const std::string& text) {
 void fuzz_one(const std::string& input) {
     std::string file = input;
     const std::string event = take_line(file);
-    count_in(file);
+    // The JSON library writes names up to their first zero byte only.
+    if (file.find('\0') == std::string::npos && file.find("u0000") == std::string::npos) {
+        count_in(file);
+    }
     add_line_to(file, event);
 }
