@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 #include <json/reader.h>
@@ -33,6 +34,19 @@ fs::path scratch_root() {
 
 fs::path source_dir() {
     return TEV_SOURCE_DIR;
+}
+
+std::vector<std::string> built_program(const std::string& path,
+                                       const std::vector<std::string>& arguments) {
+    std::vector<std::string> command;
+    const char* emulator = std::getenv("TEV_EMULATOR");
+    std::istringstream words(emulator != nullptr ? emulator : "");
+    for (std::string word; words >> word;) {
+        command.push_back(word);
+    }
+    command.push_back(path);
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return command;
 }
 
 fs::path data_dir() {

@@ -21,6 +21,11 @@ std::filesystem::path scratch_root();
 /// The source tree, for what a test takes from it.
 std::filesystem::path source_dir();
 
+/// The command for a program of this build. One for another architecture runs under the emulator
+/// that TEV_EMULATOR gives with its options, split at blanks.
+std::vector<std::string> built_program(const std::string& path,
+                                       const std::vector<std::string>& arguments = {});
+
 /// The device's places, as the program under test sees them.
 std::filesystem::path data_dir();
 std::filesystem::path lock_dir();

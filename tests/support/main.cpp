@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,18 +14,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The command that runs this test again with `root` behind the device's paths. A test of another
-// architecture runs under the emulator that TEV_EMULATOR gives with its options, split at blanks.
+// The command that runs this test again with `root` behind the device's paths.
 std::vector<std::string> command_in_root(const fs::path& root,
                                          const std::vector<std::string>& arguments) {
-    std::vector<std::string> command{test_support::source_dir() / "tools" / "device-root", root};
-    const char* emulator = std::getenv("TEV_EMULATOR");
-    std::istringstream words(emulator != nullptr ? emulator : "");
-    for (std::string word; words >> word;) {
-        command.push_back(word);
-    }
-    command.push_back(fs::read_symlink("/proc/self/exe"));
-    command.insert(command.end(), arguments.begin(), arguments.end());
+    std::vector<std::string> command =
+        test_support::built_program(fs::read_symlink("/proc/self/exe"), arguments);
+    command.insert(command.begin(), {test_support::source_dir() / "tools" / "device-root", root});
     return command;
 }
 
