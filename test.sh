@@ -1,16 +1,31 @@
 #!/usr/bin/env bash
 # Builds the project and runs its tests, on a machine as it comes.
 #
-#   ./test.sh [--preset NAME] [CTEST-ARGUMENT ...]
+#   ./test.sh [--preset NAME | --coverage] [CTEST-ARGUMENT ...]
 #
-#   --preset NAME   debug (the default), release, asan or tsan; built in build/NAME
+#   --preset NAME   debug (the default), release, asan, tsan or fuzz; built in build/NAME
+#   --coverage      prints which lines of the product the tests run; built in build/coverage
 #
-# Everything else goes to CTest: ./test.sh -R journal runs the tests with "journal" in their names.
+# Everything else goes to CTest: ./test.sh -R journal runs the tests with "journal" in their names. Without
+# any argument each fuzz target also runs for ten seconds, where clang is installed.
 set -euo pipefail
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
 source tools/lib.sh
 log_directory=$PWD/build/logs
 
+# clang with its fuzzer library, which is a package of its own.
+can_fuzz() {
+    clang++ -fsanitize=fuzzer -x c++ - -o /dev/null 2>/dev/null \
+        <<<'extern "C" int LLVMFuzzerTestOneInput(const unsigned char*, unsigned long) { return 0; }'
+}
+
+# Two targets at a time: each is one busy thread.
+fuzz() {
+    step "Fuzz for ten seconds each" ctest --preset fuzz --parallel "$(nproc)"
+    grep 'tests passed' "$log_directory/fuzz-for-ten-seconds-each.log" | sed 's/tests/fuzz targets/'
+}
+
+[[ $# -gt 0 ]] && fuzz_too=false || fuzz_too=true
 preset=debug
 while [[ $# -gt 0 ]]; do
     case $1 in
@@ -23,10 +38,34 @@ while [[ $# -gt 0 ]]; do
             preset=${1#*=}
             shift
             ;;
+        --coverage)
+            preset=coverage
+            shift
+            ;;
         *) break ;;
     esac
 done
 
 tools/install-packages build test
-build_preset "$preset"
-ctest --preset "$preset" --parallel "$(nproc)" "$@"
+targets=()
+case $preset in
+    fuzz)
+        can_fuzz || fail "fuzzing needs clang with its fuzzer library: tools/install-packages check"
+        targets=(fuzz_targets)
+        ;;
+    coverage) tools/install-packages check ;;
+esac
+build_preset "$preset" "${targets[@]}"
+if $fuzz_too && can_fuzz; then
+    build_preset fuzz fuzz_targets
+    fuzz
+elif $fuzz_too; then
+    printf 'No fuzzing: clang or its fuzzer library is not installed (tools/install-packages check)\n'
+fi
+
+# What an earlier run counted is no part of this one.
+[[ $preset != coverage ]] || find build/coverage -name '*.gcda' -delete
+status=0
+ctest --preset "$preset" --parallel "$(nproc)" "$@" || status=$?
+[[ $preset != coverage ]] || tools/coverage build/coverage
+exit "$status"
