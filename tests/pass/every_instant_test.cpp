@@ -1,0 +1,131 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <map>
+
+#include "sha256.h"
+#include "support/agent_run.h"
+
+namespace {
+
+using namespace test_support;
+
+// Content of this size is marked for the hash check.
+constexpr unsigned MARKED = 64;
+
+class every_instant : public pass_test, public ::testing::WithParamInterface<int> {
+protected:
+    // Twelve reports for three chunks: the first of each counts two occurrences, the last is
+    // marked, and that of the second chunk is known to the server.
+    void SetUp() override {
+        pass_test::SetUp();
+        config["processor"]["check_hash_min_size"] = MARKED;
+        sender()["max_body_size"] = 1400;
+        for (std::int16_t type = 0; type < 12; ++type) {
+            const std::string text(type % 4 == 3 ? MARKED : 8, static_cast<char>('a' + type));
+            for (int count = type % 4 == 0 ? 2 : 1; count > 0; --count) {
+                save({7, type, {text.begin(), text.end()}, type % 4 == 0 ? 3U : 0U});
+            }
+        }
+        write_text(hashes, reporter::sha256(std::string(MARKED, 'a' + 7).data(), MARKED));
+    }
+
+    pass cut(int number, int at) {
+        child_process process(
+            agent({"TEV_SIGNAL=" + std::to_string(number), "TEV_SIGNAL_AT=" + std::to_string(at)}));
+        return pass(process);
+    }
+
+    // Occurrences that the server has. A report may come twice, but as it was.
+    static long delivered() {
+        std::map<std::string, unsigned> counts;
+        long sum = 0;
+        for (const Json::Value& report : received()) {
+            const unsigned count = report["count"].asUInt();
+            const auto [known, is_new] = counts.emplace(report["uid"].asString(), count);
+            EXPECT_EQ(known->second, count);
+            sum += is_new ? count : 0;
+        }
+        return sum;
+    }
+
+    static void expect_sound_files() {
+        EXPECT_EQ(query("PRAGMA integrity_check"), "ok");
+        EXPECT_TRUE(stats().isObject());
+        for (const auto& lock : std::filesystem::directory_iterator(lock_dir())) {
+            const int file = open(lock.path().c_str(), O_RDWR | O_CLOEXEC);
+            EXPECT_EQ(lockf(file, F_TEST, 0), 0);
+            close(file);
+        }
+    }
+
+    const std::string hashes = scratch_root() / "hashes";
+};
+
+TEST_P(every_instant, may_be_the_last) {
+    const std::string store = data_dir() / "db_reports", journal = store + "-journal";
+    const std::string fresh_store = read_text(store), fresh_journal = read_text(journal);
+    bool was_cut = true;
+    int k = 0;
+    while (was_cut && !HasFailure()) {
+        SCOPED_TRACE(++k);
+        write_text(store, fresh_store);
+        write_text(journal, fresh_journal);
+        use_collector({"--known-hashes", hashes});
+        const pass life = cut(GetParam(), k);
+        was_cut = life.count("signal") == 1;
+        EXPECT_EQ(life.status, was_cut && GetParam() == SIGKILL ? 128 + SIGKILL : 0);
+
+        // Only the chunk under way may come again.
+        auto settled = received();
+        if (!requests().empty() && requests().back().rfind("/reports ", 0) == 0) {
+            settled.resize(settled.size() - std::stoul(requests().back().substr(9)));
+        }
+        expect("I report_sender_module_policy::finish", 0);
+        const auto reports = received();
+        for (const Json::Value& early : settled) {
+            EXPECT_EQ(
+                std::count_if(reports.begin(), reports.end(),
+                              [&](const auto& other) { return other["uid"] == early["uid"]; }),
+                1);
+        }
+        EXPECT_EQ(delivered(), 14);
+        expect_sound_files();
+    }
+    EXPECT_GT(k, 50);
+}
+
+INSTANTIATE_TEST_SUITE_P(of_a_pass, every_instant, ::testing::Values(SIGKILL, SIGTERM));
+
+TEST_F(every_instant, may_be_one_of_saving) {
+    const std::string input = scratch_root() / "input";
+    write_text(input, R"({"module": 1, "type": 1, "aggregationid": 3, "content": "alike"}
+{"module": 2, "type": 2, "content": "{\"caller\": \"c\", \"filehash\": \"f\"}"}
+{"ext_aggregation": {"caller": "c", "filehash": "f"}}
+)");
+    use_collector({"--known-hashes", hashes});
+    const strings saver = joined({"env", "LD_PRELOAD=" TEV_PAUSE_PRELOAD, "sh", "-c",
+                                  "exec \"$@\" --count 30 <\"$0\" 2>/dev/null", input},
+                                 built_program(TEV_REPORT_SOURCE));
+    child_process savers[] = {child_process(saver), child_process(saver), child_process(saver),
+                              child_process(saver)};
+    int cuts = 0;
+    while (std::any_of(std::begin(savers), std::end(savers), [](auto& s) { return s.running(); })) {
+        cut(SIGKILL, 3 + cuts++ * 7 % 40);
+    }
+    EXPECT_GT(cuts, 3);
+    run_pass();
+    long saved = 14;
+    for (child_process& ended : savers) {
+        EXPECT_EQ(ended.wait(), 0) << ended.output();
+        for (const std::string& result : lines_of(ended.output())) {
+            saved += result != "counted 0" ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(delivered() + std::stol(query("SELECT total(count) FROM reports")), saved);
+    expect_sound_files();
+}
+
+}  // namespace

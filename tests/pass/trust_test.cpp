@@ -1,0 +1,91 @@
+#include <tuple>
+
+#include "support/agent_run.h"
+#include "support/raw_peer.h"
+
+namespace {
+
+using namespace test_support;
+
+const char* const NO_TLS = "I response status code: -35";
+const char* const NO_TRUST = "I response status code: -60";
+
+class trust : public pass_test {
+protected:
+    // The peer reads nothing of a request, and the report waits for a better day.
+    void expect_silence(const peer_identity& identity, const std::string& line) {
+        raw_peer server({[](peer_connection& client) {
+                            client.read();
+                            client.write(answer(""));
+                        }},
+                        identity);
+        use_port(server.port());
+        expect(line, 1);
+        for (const std::string& bytes : server.stop()) {
+            EXPECT_TRUE(identity.certificate.empty() || bytes.empty());
+            EXPECT_EQ(bytes.find("POST"), std::string::npos);
+        }
+    }
+};
+
+TEST_F(trust, needs_a_sound_server) {
+    save(1);
+    for (const char* fault :
+         {"self-signed", "other-ca", "expired", "not-yet-valid", "other-host", "name-in-cn"}) {
+        expect_silence({std::string("server-") + fault + ".pem"}, NO_TRUST);
+    }
+    expect_silence({"server.pem", TLS1_VERSION}, NO_TLS);
+    expect_silence({"server.pem", TLS1_1_VERSION}, NO_TLS);
+    for (const char* ciphers :
+         {"ECDHE-ECDSA-AES256-GCM-SHA384", "ECDHE-ECDSA-AES128-SHA", "aNULL"}) {
+        expect_silence({"server.pem", TLS1_2_VERSION, ciphers}, NO_TLS);
+    }
+    expect_silence({""}, NO_TLS);
+    // What is asked for is done: a cipher of the list, and no protection at all.
+    raw_peer fair({take_all}, {"server.pem", TLS1_2_VERSION, "ECDHE-ECDSA-AES128-GCM-SHA256"});
+    use_port(fair.port());
+    expect("I response status code: 200", 0);
+    save(1);
+    raw_peer bare({take_all}, {""});
+    use_port(bare.port());
+    sender()["server_url"] = "http://127.0.0.1";
+    expect("I response status code: 200", 0);
+}
+
+TEST_F(trust, needs_sound_credentials) {
+    const std::string ca = "/opt/data/cert/vdca.pem", garbage(2000, '#');
+    const std::string crt = platform_dir() / "secure_storage" / "reporter-crt";
+    const std::string key = platform_dir() / "secure_storage" / "reporter-key";
+    const auto made = [](const char* name) { return read_text(pki_dir() + "/" + name); };
+    const std::tuple<std::string, std::string, std::string> faults[] = {
+        {ca, "", "E use_caroot fail"},
+        {ca, garbage, "E use_caroot fail"},
+        {ca, made("ca.pem").substr(0, 300), "E use_caroot fail"},
+        {ca, made("crl-only.pem"), NO_TRUST},
+        {ca, made("other-ca.pem"), NO_TRUST},
+        {key, "", "E devicePrivateKey is empty"},
+        {key, garbage, "E PEM_read_bio_PrivateKey FAILED..."},
+        {key, made("client-other-ca.key"), "E PEM_read_bio_PrivateKey FAILED..."},
+        {key, made("server.key"), "E use_clientcert fail"},
+        {crt, "", "E PEM_read_bio_PrivateKey FAILED..."},
+        {crt, garbage, "E PEM_read_bio_PrivateKey FAILED..."},
+    };
+    save(1);
+    for (const auto& [file, content, line] : faults) {
+        SCOPED_TRACE(file + content);
+        const std::string sound = read_text(file);
+        write_text(file, content);
+        expect_silence({}, line);
+        std::filesystem::remove(file);
+        expect_silence({}, file == ca ? "E use_caroot fail" : "E ss_read FAIL");
+        write_text(file, sound);
+    }
+    // The server does not trust these; with the older protocol it says so before the request.
+    for (const std::string client : {"client-expired", "client-other-ca"}) {
+        write_text(crt, made((client + ".pem").c_str()));
+        write_text(key, made((client + ".key").c_str()));
+        expect_silence({"server.pem", TLS1_2_VERSION}, "I response status code: -*");
+    }
+}
+
+}  // namespace

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <json/value.h>
+
+#include "report.h"
+#include "support/child_process.h"
+#include "support/device_root.h"
+
+namespace test_support {
+
+using strings = std::vector<std::string>;
+
+strings joined(strings first, const strings& second);
+strings lines_of(const std::string& text);
+
+/// Where keys and certificates are, see tools/make-pki --faults.
+std::string pki_dir();
+
+/// How one life of the agent went.
+struct pass {
+    explicit pass(child_process& agent);
+
+    /// First of the lines that the log has not, or not behind those before it; "" without one. A
+    /// line is "I " and the text of an information record; a final * stands for any ending.
+    std::string missing(const strings& lines) const;
+    long count(const std::string& line) const;
+
+    int status;
+    long peak_kib;
+    strings log;
+};
+
+/// The agent on a device where all is well and reports are due at once; each test spoils what it is
+/// about. Its pauses take no time.
+class pass_test : public device_test {
+protected:
+    void SetUp() override;
+
+    void save(const reporter::report& report);
+    /// Reports of module 7, no two alike.
+    void save(int count, const std::string& content = "content ");
+
+    /// From now on the agent sends to this port, or to a collector with these options more.
+    void use_port(int port) { sender()["server_port"] = std::to_string(port); }
+    void use_collector(const strings& options = {});
+    /// What the collector has taken, and what it was asked: path, entries, status.
+    static std::vector<Json::Value> received();
+    strings requests() const;
+
+    /// Command of the agent with the present configuration, `environment` as "NAME=value".
+    strings agent(const strings& environment = {});
+    /// One life, which has to end in order and without a secret in the log.
+    pass run_pass() { return end_of(child_process(agent())); }
+    static pass end_of(child_process&& agent);
+    /// One life that writes the line and leaves so many reports in the store.
+    void expect(const std::string& line, int left);
+
+    /// What the sqlite3 command answers.
+    static std::string query(const std::string& sql);
+    static int stored() { return std::stoi(query("SELECT count(*) FROM reports")); }
+    /// The statistics file; null when there is none.
+    static Json::Value stats();
+
+    Json::Value& sender() { return config["sender"]; }
+    Json::Value config;
+
+private:
+    std::optional<child_process> _collector;
+};
+
+}  // namespace test_support

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace test_support {
+
+/// Looks every few milliseconds whether `holds`; false when it does not within the deadline.
+bool wait_until(const std::function<bool()>& holds,
+                std::chrono::seconds deadline = std::chrono::seconds(60));
+
+/// A program that runs beside the test, with all that it writes. What still runs at the end is
+/// killed, also when the test is. One thread.
+class child_process {
+public:
+    explicit child_process(std::vector<std::string> command);
+    child_process(const child_process&) = delete;
+    child_process& operator=(const child_process&) = delete;
+    ~child_process();
+
+    void signal(int number) const;
+    bool running();
+    /// Exit status, 128 + N after signal N. A program that does not end is killed.
+    int wait();
+    /// Waits until `text` is written. Throws std::runtime_error with all that is when it is not.
+    void wait_for(const std::string& text);
+    /// Standard output and standard error so far, in the order of the writes.
+    std::string output() const;
+
+    /// Largest resident size in KiB, once it has ended.
+    long peak_kib = 0;
+
+private:
+    int _output;
+    pid_t _pid;
+    int _status = -1;
+};
+
+}  // namespace test_support

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <openssl/bio.h>
+#include <openssl/ssl.h>
+
+namespace test_support {
+
+/// A socket on a free port of 127.0.0.1. Without a backlog its room for connections is taken up, so
+/// that none is made or refused; with a negative one they are refused.
+class listener {
+public:
+    explicit listener(int backlog);
+    listener(const listener&) = delete;
+    listener& operator=(const listener&) = delete;
+    ~listener();
+
+    int port() const;
+    int socket() const { return _sockets.front(); }
+
+private:
+    std::vector<int> _sockets;
+};
+
+/// How a peer presents itself; its certificate is one of pki_dir(), and with none it has no TLS.
+struct peer_identity {
+    std::string certificate = "server.pem";
+    int max_version = 0;  ///< as TLS1_1_VERSION; 0: the newest
+    std::string ciphers = "ALL";
+};
+
+/// One connection, which ends with the behaviour that treats it. Failures do not show here.
+struct peer_connection {
+    /// False once the client has closed.
+    bool read();
+    /// Head and body of a request, as far as they come.
+    void read_request();
+    void write(const std::string& bytes) const;
+    /// Makes the end a reset instead of a goodbye.
+    void reset_at_end() const;
+
+    BIO* bio;
+    std::string received;
+};
+
+using behaviour = std::function<void(peer_connection&)>;
+
+/// A whole answer.
+std::string answer(const std::string& body, const std::string& status = "200 OK");
+/// Gives these bytes as the answer to a request.
+behaviour answering(const std::string& bytes);
+/// Takes all reports and knows no hash.
+void take_all(peer_connection& client);
+
+/// A server that treats one connection after the other as its script says, the last behaviour being
+/// that of all further ones. It asks for a client certificate. Its client has to end before it
+/// does.
+class raw_peer {
+public:
+    explicit raw_peer(std::vector<behaviour> script, const peer_identity& identity = {});
+    ~raw_peer();
+
+    int port() const { return _listener.port(); }
+
+    /// Ends it. What it has read of requests, by connection.
+    const std::vector<std::string>& stop();
+
+private:
+    void serve();
+
+    std::vector<behaviour> _script;
+    SSL_CTX* _context;
+    listener _listener{16};
+    std::vector<std::string> _received;
+    std::thread _thread;
+};
+
+}  // namespace test_support
