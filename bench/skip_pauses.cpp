@@ -2,4 +2,6 @@
 // fixed pauses.
 #include <ctime>
 
-extern "C" int nanosleep(const timespec*, timespec*) { return 0; }
+extern "C" int nanosleep(const timespec*, timespec*) {
+    return 0;
+}
