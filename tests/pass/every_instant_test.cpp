@@ -106,8 +106,8 @@ TEST_F(every_instant, may_be_one_of_saving) {
 {"ext_aggregation": {"caller": "c", "filehash": "f"}}
 )");
     use_collector({"--known-hashes", hashes});
-    const strings saver = joined({"env", "LD_PRELOAD=" TEV_PAUSE_PRELOAD, "sh", "-c",
-                                  "exec \"$@\" --count 30 <\"$0\" 2>/dev/null", input},
+    const strings saver = joined({"sh", "-c", "exec \"$@\" --count 30 <\"$0\" 2>/dev/null", input,
+                                  "env", "LD_PRELOAD=" TEV_PAUSE_PRELOAD},
                                  built_program(TEV_REPORT_SOURCE));
     child_process savers[] = {child_process(saver), child_process(saver), child_process(saver),
                               child_process(saver)};
