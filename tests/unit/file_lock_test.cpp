@@ -15,8 +15,10 @@ TEST_F(file_locks, are_made_or_opened_as_wanted) {
     const std::string error = "Failed to create or open: /run/user/5001/a";
     EXPECT_EQ(error_of([] { reporter::build_shared_mutex("a", false); }), error);
     write_text(lock_dir() / "a", "left over");
+    std::filesystem::create_hard_link(lock_dir() / "a", lock_dir() / "still held by somebody");
     reporter::build_shared_mutex("a", true);
     EXPECT_EQ(read_text(lock_dir() / "a"), "");
+    EXPECT_EQ(read_text(lock_dir() / "still held by somebody"), "left over");
     write_text(lock_dir() / "a", "kept");
     reporter::build_shared_mutex("a", false)->lock();
     EXPECT_EQ(read_text(lock_dir() / "a"), "kept");
