@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 
 #include <memory>
+#include <string>
 
 #include "sdp_unpack.h"
 
@@ -14,13 +15,22 @@ struct library_closer {
     void operator()(void* library) const { dlclose(library); }
 };
 
+// Path of the archive reader, which lies beside this library. Leaving the search to dlopen would
+// not do: the address sanitizer calls it from another place.
+std::string path_of_reader() {
+    Dl_info self{};
+    dladdr(reinterpret_cast<void*>(path_of_reader), &self);
+    const std::string path = self.dli_fname != nullptr ? self.dli_fname : "";
+    return path.substr(0, path.rfind('/') + 1) + "libsdp-unpack.so.1";
+}
+
 }  // namespace
 
 int sdp_install_from_file(const char* path, int /*mode*/, int /*flag*/) {
     if (path == nullptr) {
         return install_error;
     }
-    const std::unique_ptr<void, library_closer> library(dlopen("libsdp-unpack.so.1", RTLD_NOW));
+    const std::unique_ptr<void, library_closer> library(dlopen(path_of_reader().c_str(), RTLD_NOW));
     if (library == nullptr) {
         return install_error;
     }
