@@ -24,6 +24,8 @@ reports_storage_cursor::reports_storage_cursor(std::shared_ptr<reports_storage> 
 reports_storage_cursor::reports_storage_cursor(reports_storage_cursor&& other) noexcept
     : _ids(std::exchange(other._ids, {})),
       _index(std::exchange(other._index, 0)),
+      // The source stays a cursor, without reports.
+      // NOLINTNEXTLINE(performance-move-constructor-init)
       _storage(other._storage) {}
 
 reports_storage_cursor::~reports_storage_cursor() {

@@ -4,13 +4,13 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
 #include <array>
 #include <fstream>
 #include <iostream>
 #include <map>
 #include <stdexcept>
+#include <system_error>
 
 namespace collector {
 namespace {
@@ -95,7 +95,8 @@ int to_port(const std::string& text) {
 void read_plan(answer_plan& plan, const std::string& path) {
     std::ifstream file(path);
     if (!file) {
-        throw std::runtime_error("cannot read the plan " + path + ": " + std::strerror(errno));
+        throw std::runtime_error("cannot read the plan " + path + ": " +
+                                 std::generic_category().message(errno));
     }
     try {
         plan.add_all(file);
@@ -120,6 +121,7 @@ options parse_options(int argc, char* argv[]) {
                                                {STORE, &parsed.store}};
 
     int given = 0;
+    // No other thread runs yet. NOLINTNEXTLINE(concurrency-mt-unsafe)
     while ((given = getopt_long(argc, argv, "", LONG_OPTIONS.data(), nullptr)) != -1) {
         const auto text = texts.find(given);
         if (text != texts.end()) {
@@ -130,7 +132,7 @@ options parse_options(int argc, char* argv[]) {
             parsed.plan.add(optarg);
         } else if (given == HELP_TEXT) {
             std::cout << HELP;
-            std::exit(EXIT_SUCCESS);
+            std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe)
         } else {
             throw std::runtime_error("see --help");
         }

@@ -1,12 +1,12 @@
 #include "report_store.h"
 
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 
 #include <iomanip>
 #include <sstream>
 #include <stdexcept>
+#include <system_error>
 
 #include "request_form.h"
 
@@ -36,7 +36,8 @@ report_store::report_store(const std::string& path) : _path(path) {
     }
     _file.open(path, std::ios::app | std::ios::binary);
     if (!_file) {
-        throw std::runtime_error("cannot write the store " + path + ": " + std::strerror(errno));
+        throw std::runtime_error("cannot write the store " + path + ": " +
+                                 std::generic_category().message(errno));
     }
 }
 
@@ -44,7 +45,7 @@ void report_store::read_known_hashes(const std::string& path) {
     std::ifstream file(path);
     if (!file) {
         throw std::runtime_error("cannot read the known hashes " + path + ": " +
-                                 std::strerror(errno));
+                                 std::generic_category().message(errno));
     }
     for (std::string hash; file >> hash;) {
         if (!is_hash(hash)) {

@@ -3,11 +3,11 @@
 #include <sys/socket.h>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 #include <array>
 #include <fstream>
 #include <memory>
+#include <system_error>
 #include <thread>
 
 #include <openssl/err.h>
@@ -19,8 +19,9 @@ namespace {
 using x509_owner = std::unique_ptr<X509, decltype(&X509_free)>;
 
 std::string unreadable(const std::string& what, const std::string& path) {
-    return std::ifstream(path) ? ""
-                               : "cannot read " + what + " " + path + ": " + std::strerror(errno);
+    return std::ifstream(path)
+               ? ""
+               : "cannot read " + what + " " + path + ": " + std::generic_category().message(errno);
 }
 
 std::string unusable(const std::string& what, const std::string& path) {
