@@ -143,4 +143,5 @@ TEST_F(records, need_their_lock_file_and_end_with_their_removal) {
     reporter::add_event("sent", 1);
     EXPECT_EQ(reporter::get_stats(), nullptr);
     EXPECT_EQ(counters("sent"), json(R"({"-": 1})"));
+    reporter::init_stats();
 }
