@@ -23,57 +23,31 @@ TEST_F(sending, logs_each_step_in_order) {
     save(1);
     use_collector();
     const pass life = run_pass();
-    const std::string host = "report_sender_module", data = data_dir();
-    const strings start = {"I ppid: " + std::to_string(getpid()),
-                           "I " + data + "/tev_reporter_main",
-                           "I " + data + "/",
-                           "I load_configuration: " + data + "//lua",
-                           "I scripts were loaded",
-                           "I config: " + data + "/config/config.def was loaded",
-                           "I config_helper",
-                           "I get script: processor_extension",
-                           "I lua sandbox was created",
-                           "I reports_storage created",
-                           "I config: *",
-                           "I _stopped= ? 0",
-                           "I module[" + host + "] are constructed",
-                           "I module_host::run module[" + host + "]"};
-    const strings main_thread = {"I module_host::wait module: " + host,
-                                 "I joinable?= 1 " + host,
-                                 "I waited  " + host,
-                                 "I stopping module: " + host,
-                                 "I joinable?= 0 " + host,
-                                 "I module_host::wait module: " + host,
-                                 "I waited  " + host,
-                                 "I ~modules_host: " + host};
-    const strings sender_thread = {"I before 'run_impl' module[" + host + "]",
-                                   "I report_sender_module_policy::start 0",
-                                   "I now datetime: *",
-                                   "I timestapms: 1",
-                                   "I timestamp: *",
-                                   "I time expired: *",
-                                   "I count ids in cursor: 1",
-                                   "I next cursor",
-                                   "I reports size: 1",
-                                   "I chunk_index: 0",
-                                   "I JSON size: *",
-                                   "I count reports before checking hashes: 1",
-                                   "I NEED CHECK HASH: 0",
-                                   "I count reports after checking hashes: 1",
-                                   "I reports count: 1",
-                                   "I documents: ",
-                                   "I try to do post request( reports )",
-                                   "I current try: 1 max count tries: 1",
-                                   "I response status code: 200",
-                                   "I response: {\"body\":[200]}",
-                                   "I some_report_was_sent: 0",
-                                   "I code: 200",
-                                   "I codes: 1",
-                                   "I storage::remove_reports: 1",
-                                   "I skip_report",
-                                   "I report_sender_module_policy::finish",
-                                   "I after 'run_impl' module[" + host + "]",
-                                   "I waited  " + host};
+    const std::string data = data_dir();
+    const strings start = lines_of(
+        "I ppid: " + std::to_string(getpid()) + "\nI " + data + "/tev_reporter_main\nI " + data +
+        "/\nI load_configuration: " + data + "//lua\nI scripts were loaded\nI config: " + data +
+        "/config/config.def was loaded\nI config_helper\nI get script: processor_extension\n"
+        "I lua sandbox was created\nI reports_storage created\nI config: *\nI _stopped= ? 0\n"
+        "I module[report_sender_module] are constructed\n"
+        "I module_host::run module[report_sender_module]");
+    const strings main_thread = lines_of(
+        "I module_host::wait module: report_sender_module\nI joinable?= 1 report_sender_module\n"
+        "I waited  report_sender_module\nI stopping module: report_sender_module\n"
+        "I joinable?= 0 report_sender_module\nI module_host::wait module: report_sender_module\n"
+        "I waited  report_sender_module\nI ~modules_host: report_sender_module");
+    const strings sender_thread = lines_of(
+        "I before 'run_impl' module[report_sender_module]\n"
+        "I report_sender_module_policy::start 0\nI now datetime: *\nI timestapms: 1\n"
+        "I timestamp: *\nI time expired: *\nI count ids in cursor: 1\nI next cursor\n"
+        "I reports size: 1\nI chunk_index: 0\nI slow down\nI JSON size: *\nI slow down\n"
+        "I count reports before checking hashes: 1\nI NEED CHECK HASH: 0\nI slow down\n"
+        "I count reports after checking hashes: 1\nI reports count: 1\nI documents: \n"
+        "I try to do post request( reports )\nI request size: *\n"
+        "I current try: 1 max count tries: 1\nI response status code: 200\n"
+        "I response: {\"body\":[200]}\nI some_report_was_sent: 0\nI code: 200\nI codes: 1\n"
+        "I storage::remove_reports: 1\nI skip_report\nI report_sender_module_policy::finish\n"
+        "I after 'run_impl' module[report_sender_module]\nI waited  report_sender_module");
     EXPECT_EQ(life.log[0].substr(0, 16), "I processor pid:");
     EXPECT_EQ(life.missing(joined(start, main_thread)), "");
     EXPECT_EQ(life.missing(joined(start, sender_thread)), "");
@@ -216,10 +190,10 @@ TEST_F(sending, tries_again_only_where_nobody_answers) {
 TEST_F(sending, writes_this_request) {
     save(1);
     sender()["reports_path"] = "/reports";
-    raw_peer server({take_all});
+    raw_peer server({answering(answer("{}"))});
     use_port(server.port());
     run_pass();
-    const std::string request = server.stop().at(0);
+    const std::string request = server.stop();
     const std::string body = request.substr(request.find("\r\n\r\n") + 4);
     EXPECT_EQ(request.substr(0, request.size() - body.size()),
               "POST //reports HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +

@@ -1,7 +1,5 @@
 #include <poll.h>
 
-#include <tuple>
-
 #include "support/agent_run.h"
 #include "support/raw_peer.h"
 
@@ -34,45 +32,37 @@ behaviour coded(const std::string& codes) {
 }
 
 TEST_F(server_faults, lose_nothing) {
-    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 30\r\n", none = "I codes: 0";
-    const std::string no_json = "E some_error: bad response, isn't a json", bad = "E some_error: *";
-    const std::tuple<behaviour, std::string, int> faults[] = {
-        {closing(false, true), "I response status code: -*", 2},
-        {closing(true, true), "I response status code: -*", 2},
-        {closing(false, false), "I response status code: -*", 2},
-        {closing(true, false), "I response status code: -*", 2},
-        {answering(head.substr(0, 30)), "I report_sender_module_policy::finish", 2},
-        {answering(head + "\r\n"), "I response status code: -18", 2},
-        {answering(head + "\r\n{\"body\":[200,"), "I response status code: -18", 2},
-        {answering(std::string("\0\1\2 200\r\n\r\n", 12)), "I response status code: -1", 2},
-        {answering(answer("", "302 Found\r\nLocation: /")), "I response status code: 302", 2},
-        {answering(answer("")), no_json, 2},
-        {answering(answer("<html>")), no_json, 2},
-        {answering(answer(std::string(10 << 20, '['))), no_json, 2},
-        {answering(answer("[200,200]")), bad, 2},
-        {answering(answer("{}")), none, 2},
-        {coded("null"), none, 2},
-        {coded("{\"a\":200}"), none, 2},
-        {coded("\"200\""), none, 2},
-        {coded("[200]"), "I codes: 1", 1},
-        {coded("[500,200,200,400]"), "I codes: 4", 1},
-        {coded("[200,[200]]"), bad, 2},
-        {coded("[200,\"200\"]"), bad, 2},
-        {coded("[200.5,200]"), "I codes: 2", 1},
-        {coded("[-200,-2147483448]"), "I codes: 2", 2},
-        {coded("[9223372036854775808,200]"), bad, 2},
-        {coded("[4294967496,200]"), bad, 2},
+    // So many of two reports remain behind the fault, and a good server gets them.
+    const auto meet = [this](const std::string& line, int left,
+                             const std::vector<behaviour>& faults) {
+        for (const behaviour& fault : faults) {
+            SCOPED_TRACE(&fault - faults.data());
+            save(2);
+            raw_peer server({fault, coded("[200,200]")});
+            use_port(server.port());
+            expect(line, left);
+            expect("I response status code: 200", 0);
+        }
     };
-    for (const auto& fault : faults) {
-        const auto& [treat, line, left] = fault;
-        SCOPED_TRACE(&fault - faults);
-        save(2);
-        raw_peer server({treat, take_all});
-        use_port(server.port());
-        expect(line, left);
-        expect("I response status code: 200", 0);
-        EXPECT_EQ(server.stop().size(), 2U);
-    }
+    const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 30\r\n";
+    meet("I response status code: -*", 2,
+         {closing(false, true), closing(true, true), closing(false, false), closing(true, false),
+          answering(head + "\r\n"), answering(head + "\r\n{\"body\":[200,"),
+          answering(std::string("\0\1\2 200\r\n\r\n", 12))});
+    meet("I report_sender_module_policy::finish", 2, {answering(head.substr(0, 30))});
+    meet("I response status code: 302", 2, {answering(answer("", "302 Found\r\nLocation: /"))});
+    meet("E some_error: bad response, isn't a json", 2,
+         {answering(answer("")), answering(answer("<html>")),
+          answering(answer(std::string(10 << 20, '[')))});
+    meet("E some_error: *", 2,
+         {answering(answer("[200,200]")), coded("[200,[200]]"), coded("[200,\"200\"]"),
+          coded("[9223372036854775808,200]"), coded("[4294967496,200]")});
+    meet("I codes: 0", 2,
+         {answering(answer("{}")), coded("null"), coded("{\"a\":200}"), coded("\"200\"")});
+    meet("I codes: 2", 2, {coded("[-200,-2147483448]")});
+    meet("I codes: 2", 1, {coded("[200.5,200]")});
+    meet("I codes: 1", 1, {coded("[200]")});
+    meet("I codes: 4", 1, {coded("[500,200,200,400]")});
 }
 
 TEST_F(server_faults, end_with_the_time_out) {
@@ -93,7 +83,7 @@ TEST_F(server_faults, end_with_the_time_out) {
 TEST_F(server_faults, of_one_endpoint_spare_the_other) {
     config["processor"]["check_hash_min_size"] = 1;
     save(2);
-    raw_peer server({coded("[0,1]"), closing(true, true), closing(true, true), take_all});
+    raw_peer server({coded("[0,1]"), closing(true, true), closing(true, true), coded("[200]")});
     use_port(server.port());
     expect("I response status code: -*", 1);
     expect("I can't check hashes: status code: -*", 0);

@@ -107,16 +107,6 @@ behaviour answering(const std::string& bytes) {
     };
 }
 
-void take_all(peer_connection& client) {
-    client.read_request();
-    std::string codes;
-    for (std::size_t at = 0; (at = client.received.find("\"_ID\":", at)) != std::string::npos;
-         ++at) {
-        codes += codes.empty() ? "200" : ",200";
-    }
-    client.write(answer("{\"body\":[" + codes + "]}"));
-}
-
 raw_peer::raw_peer(std::vector<behaviour> script, const peer_identity& identity)
     : _script(std::move(script)), _context(make_context(identity)) {
     std::signal(SIGPIPE, SIG_IGN);
@@ -128,7 +118,7 @@ raw_peer::~raw_peer() {
     SSL_CTX_free(_context);
 }
 
-const std::vector<std::string>& raw_peer::stop() {
+const std::string& raw_peer::stop() {
     shutdown(_listener.socket(), SHUT_RDWR);
     if (_thread.joinable()) {
         _thread.join();
@@ -144,10 +134,11 @@ void raw_peer::serve() {
             client.bio = BIO_push(BIO_new_ssl(_context, 0), client.bio);
         }
         if (_context == nullptr || BIO_do_handshake(client.bio) == 1) {
-            _script[std::min(_received.size(), _script.size() - 1)](client);
+            _script[std::min(_connections, _script.size() - 1)](client);
         }
         BIO_free_all(client.bio);
-        _received.push_back(client.received);
+        ++_connections;
+        _received += client.received;
     }
 }
 

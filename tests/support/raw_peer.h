@@ -53,8 +53,6 @@ using behaviour = std::function<void(peer_connection&)>;
 std::string answer(const std::string& body, const std::string& status = "200 OK");
 /// Gives these bytes as the answer to a request.
 behaviour answering(const std::string& bytes);
-/// Takes all reports and knows no hash.
-void take_all(peer_connection& client);
 
 /// A server that treats one connection after the other as its script says, the last behaviour being
 /// that of all further ones. It asks for a client certificate. Its client has to end before it
@@ -66,8 +64,8 @@ public:
 
     int port() const { return _listener.port(); }
 
-    /// Ends it. What it has read of requests, by connection.
-    const std::vector<std::string>& stop();
+    /// Ends it. All that its behaviours have read.
+    const std::string& stop();
 
 private:
     void serve();
@@ -75,7 +73,8 @@ private:
     std::vector<behaviour> _script;
     SSL_CTX* _context;
     listener _listener{16};
-    std::vector<std::string> _received;
+    std::size_t _connections = 0;
+    std::string _received;
     std::thread _thread;
 };
 
