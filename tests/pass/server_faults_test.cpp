@@ -48,7 +48,7 @@ TEST_F(server_faults, lose_nothing) {
     meet("I response status code: -*", 2,
          {closing(false, true), closing(true, true), closing(false, false), closing(true, false),
           answering(head + "\r\n"), answering(head + "\r\n{\"body\":[200,"),
-          answering(std::string("\0\1\2 200\r\n\r\n", 12))});
+          answering(std::string("\0\1\2 200\r\n\r\n", 11))});
     meet("I report_sender_module_policy::finish", 2, {answering(head.substr(0, 30))});
     meet("I response status code: 302", 2, {answering(answer("", "302 Found\r\nLocation: /"))});
     meet("E some_error: bad response, isn't a json", 2,
