@@ -462,7 +462,8 @@ end
 local function make_room(need)
   local limit, reports, occurrences = page_limit(), 0, 0
   while limit - database.number("PRAGMA page_count") + database.number("PRAGMA freelist_count") < need do
-    local oldest = need < limit and database.row("SELECT CAST(id AS TEXT) FROM reports ORDER BY id LIMIT 1")
+    local oldest = need < limit
+      and database.row("SELECT CAST(id AS TEXT) FROM reports WHERE id > 0 ORDER BY id LIMIT 1")
     if not oldest then return false end
     reports, occurrences = reports + 1, occurrences + delete_report(oldest[1], "dropped_space")
   end

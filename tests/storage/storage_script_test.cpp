@@ -1,0 +1,202 @@
+#include <sys/uio.h>
+
+#include <csignal>
+#include <random>
+
+#include "storage/reports_storage.h"
+#include "support/child_process.h"
+#include "support/children.h"
+#include "support/error_of.h"
+#include "support/full_disk.h"
+
+using namespace test_support;
+using ids = std::vector<unsigned>;
+
+// A statement that would read a whole table or sort fails, however little is stored.
+const std::string NO_SCANS = R"(
+local open = sqlite3.open
+sqlite3 = { open = function(...)
+    local database, plan = open(...), ""
+    local execute = database.execute
+    function database.execute(sql, ...)
+        if string.find(sql, "^[DISU]") then
+            database.each(function(row) plan = plan .. row[4] end, "EXPLAIN QUERY PLAN " .. sql, ...)
+        end
+        if string.find(plan, "SCAN") or string.find(plan, "TEMP") then error(plan, 0) end
+        return execute(sql, ...)
+    end
+    return database
+end }
+)";
+
+// The write to SQLite's files, counted from 1, in whose middle the process is killed.
+int last_write = 0;
+
+extern "C" ssize_t pwrite64(int file, const void* bytes, std::size_t size, off64_t at) {
+    const bool kills = --last_write == 0;
+    const iovec part{const_cast<void*>(bytes), kills ? size / 2 : size};
+    return pwritev64(file, &part, 1, at) + (kills ? raise(SIGKILL) : 0);
+}
+
+// Each call is that of a process of its own. At the end the file is sound and the accounts balance.
+class storage_script : public device_test {
+protected:
+    storage_script() { install_plugin(); }
+    void TearDown() override {
+        times();
+        EXPECT_EQ(query("SELECT saved = removed + dropped_space + dropped_age + total(count) FROM "
+                        "accounts LEFT JOIN reports; PRAGMA integrity_check"),
+                  "1\nok\n");
+    }
+    auto store() {
+        const std::string clock = "function get_timestamp() return " + std::to_string(now) + " end";
+        return reporter::reports_storage::make({{config, {}}, clock + script}, true);
+    }
+    unsigned save(const std::string& bytes, unsigned like = 0) {
+        return unsigned(store()->save_report({1, 1, {bytes.begin(), bytes.end()}, like}));
+    }
+    ids fill(unsigned count, std::size_t size) {
+        ids saved;
+        for (std::string bytes(size, 0); saved.size() < count; saved.push_back(save(bytes))) {
+            std::generate(bytes.begin(), bytes.end(), std::ref(random));
+        }
+        return saved;
+    }
+    std::vector<long> times() { return store()->get_all_dispatch_times(); }
+    ids list(long time = NEXT) { return store()->get_ids_by_dispatch_time(time); }
+    auto read(unsigned id) { return reporter::parse_config(store()->get_report_as_json(id)); }
+    unsigned remove(unsigned id) { return store()->remove_report(id).at(0).second; }
+    static std::string query(const std::string& sql) {
+        child_process sqlite({"sqlite3", file, sql});
+        sqlite.wait();
+        return sqlite.output();
+    }
+    static constexpr long HOUR = 3600, DAY = 24 * HOUR, NOON = 1792836000, NEXT = NOON + 14 * HOUR;
+    static inline const std::string file = data_dir() / "db_reports";
+    std::string script = NO_SCANS + read_text(source_dir() / "scripts/processor_extension_V1.lua");
+    Json::Value config = reporter::parse_config(R"({"processor": {"dispatching_time": "86400"}})");
+    long now = NOON;
+    std::mt19937 random;
+};
+
+TEST_F(storage_script, keeps_the_schedule) {
+    // The clocks go back an hour in the night that follows.
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    const auto expect = [&](const std::string& text, long delay, std::size_t bad = 0) {
+        config["processor"]["dispatching_time"] = text;
+        const unsigned id = save("x");
+        EXPECT_EQ(times(), std::vector<long>{NOON + delay}) << text;
+        EXPECT_EQ(recorder.count("E LUA: bad dispatching time, 03:00 is used instead: " + text),
+                  bad);
+        remove(id);
+    };
+    expect("0", 0);
+    expect("04:00", 17 * HOUR);
+    expect("13:00,11:59,12:30", HOUR / 2);
+    for (const char* text : {"", "25:00", "3:00", "12:01,", "-5", "1.5", "2147483648"}) {
+        expect(text, 16 * HOUR, 2);
+    }
+    config["processor"]["dispatching_spread"] = 1000;
+    expect("12:00", 145);
+    set_system_info("value", "801", "D1");
+    expect("12:00", 501);
+}
+
+TEST_F(storage_script, comes_through_wrong_clocks) {
+    now = 5000;
+    const unsigned undated = save("before the clock was set");
+    now = NOON + 36500 * DAY;
+    const unsigned ahead = save("far ahead");
+    now = NOON;
+    EXPECT_EQ(times(), (std::vector<long>{0, NEXT}));
+    const unsigned behind = save("behind the newest time");
+    EXPECT_EQ(list(0), (ids{undated, behind}));
+    EXPECT_EQ(list(), ids{ahead});
+    EXPECT_EQ(read(undated)["clock"], "untrusted");
+    EXPECT_FALSE(read(ahead).isMember("clock"));
+    for (int day = 0; day < 10; ++day, now += DAY) {
+        save("steady running at the earlier time");
+    }
+    EXPECT_EQ(times(), (std::vector<long>{0, NEXT, NEXT + 9 * DAY}));
+}
+
+TEST_F(storage_script, joins_and_seals) {
+    reporter::ext_aggregation_data data{"c", "f"};
+    const auto count_again = [&] { return unsigned(store()->ext_aggregation(data)); };
+    const unsigned id = save("first", 4294967295);
+    EXPECT_EQ((ids{save("joins", 4294967295), save("other", 1), count_again(),
+                   save(R"({"caller": "c", "filehash": "f"})")}),
+              (ids{id, id + 1, 0, id + 2}));
+    now += 60;
+    EXPECT_EQ(count_again(), 2U);
+    EXPECT_EQ(list(), (ids{id, id + 1, id + 2}));
+    EXPECT_EQ((ids{count_again(), save("after the seal", 4294967295)}), (ids{0, id + 3}));
+    const Json::Value report = read(id + 2);
+    EXPECT_EQ(read(id + 2), report);
+    EXPECT_NE(read(id)["uid"], report["uid"]);
+    EXPECT_EQ(report["last_time"].asInt() - report["first_time"].asInt(), 60);
+    EXPECT_EQ((ids{remove(id), remove(id), remove(id + 1), remove(id + 2), remove(id + 3)}),
+              (ids{2, 0, 1, 2, 1}));
+    EXPECT_EQ(error_of([&] { read(id); }), "unknown report id: " + std::to_string(id));
+    EXPECT_EQ(save("after all have gone"), id + 4);
+    EXPECT_EQ(query("SELECT saved, joined, removed FROM accounts"), "7|2|6\n");
+}
+
+TEST_F(storage_script, bounds_size_and_age) {
+    config["db_max_size"] = 65536;
+    const ids saved = fill(60, 1000);
+    EXPECT_EQ(fill(1, 65536), ids{0});
+    EXPECT_EQ(recorder.count("W LUA: report refused, too large for the store: 65536 bytes"), 1U);
+    EXPECT_EQ(list(), ids(saved.end() - 30, saved.end()));
+    config["db_max_size"] = 32768;
+    EXPECT_NE(save("makes room under the new bound"), 0U);
+    EXPECT_LE(read_text(file).size(), 32768U);
+    config["processor"]["max_age_days"] = 30;
+    now += 20 * DAY;
+    save("younger");
+    for (const auto& [day, count] : {std::pair(29, 2U), {31, 1U}, {300, 1U}, {301, 0U}}) {
+        now = NOON + day * DAY;
+        EXPECT_EQ(times().size(), count) << day;
+    }
+    EXPECT_EQ(recorder.count("W LUA: dropped for age: 1 reports, 1 occurrences"), 2U);
+    EXPECT_EQ(query("SELECT saved - dropped_space - dropped_age, refused FROM accounts"), "0|1\n");
+}
+
+TEST_F(storage_script, sets_damage_aside_and_nothing_else) {
+    fill(30, 1000);
+    const std::string whole = read_text(file);
+    const std::pair<std::string, std::string> cases[] = {
+        {whole.substr(0, 5000), "database disk image is malformed"},
+        {std::string(20000, 'x'), "file is not a database"},
+        {std::string(whole).replace(63, 1, "\7"), "unknown schema version 7"}};
+    for (const auto& [damaged, reason] : cases) {
+        write_text(file, damaged);
+        const unsigned id = save("goes on");
+        EXPECT_EQ(list(), ids{id});
+        EXPECT_EQ(recorder.count("E LUA: report store is damaged and set aside: " + reason), 1U);
+        EXPECT_TRUE(read_text(file + ".broken") == cases[0].first) << "another one is kept";
+    }
+    const std::string sound = read_text(file);
+    const auto error = [&] { return error_of([&] { fill(1, 100000); }); };
+    const full_disk limit(sound.size());
+    EXPECT_EQ(error(), "report store: disk I/O error");
+    child_process peer({"sqlite3", file, "BEGIN EXCLUSIVE", ".shell echo held", ".read /dev/ptmx"});
+    peer.wait_for("held");
+    EXPECT_EQ(error(), "report store: database is locked");
+    EXPECT_TRUE(read_text(file) == sound);
+}
+
+TEST_F(storage_script, comes_through_a_kill_at_any_write) {
+    const unsigned large = fill(1, 40000).at(0);
+    const std::string whole = read_text(file);
+    bool killed = true;
+    for (int write = 1; killed; ++write, TearDown()) {
+        write_text(file, whole);
+        killed = !in_children(1, [&] {
+            last_write = write;
+            const ids like{save("x", 1), save("x", 1), remove(large)};
+            return list() == ids{like[0]};
+        });
+    }
+    EXPECT_EQ(query("SELECT saved, removed, set_aside FROM accounts"), "3|1|0\n");
+}
