@@ -28,6 +28,28 @@ without_substitutes() {
     bwrap --dev-bind / / --tmpfs "$PWD/platform" --die-with-parent -- "$@"
 }
 
+# The C library's checks of buffer sizes, which a compiler leaves out where it sees that all is well: a source
+# that needs one is compiled like those of the agent.
+check_fortify() {
+    local flags
+    flags=$(sed -n 's/^ *"command": "\(.*\) -o [^ ]*main.cpp.o .*/\1/p' build/device/compile_commands.json | head -n 1)
+    mkdir -p build/device/fortify
+    echo '#include <cstring>
+        char into[8];
+        void copy(const char* from, std::size_t size) { std::memcpy(into, from, size); }' >build/device/fortify/probe.cpp
+    $flags -fno-lto -o build/device/fortify/probe.o -c build/device/fortify/probe.cpp &&
+        llvm-nm --undefined-only build/device/fortify/probe.o | grep __memcpy_chk
+}
+
+check_binaries() {
+    local installed=build/device-installed
+    rm -rf -- "$installed"
+    cmake --install build/device --prefix "$installed" >/dev/null &&
+        tools/check-binaries "$root" "$installed"/usr/lib/libtev_reporter.so.*.*.* \
+            "$installed/opt/data/dpm/dplugins/tev-reporter-plugin/tev_reporter_main" &&
+        check_fortify
+}
+
 run_tests() {
     local pattern excluded=()
     for pattern in "${!not_here[@]}"; do
@@ -44,4 +66,5 @@ build_preset device-platform platform-{dlog,vconf,capi-system-info,secure-storag
 step "Make the device's root" make_root
 step "Configure device" without_substitutes cmake --preset device
 step "Build device" without_substitutes cmake --build build/device --parallel "$(nproc)"
+step "Check the binaries" check_binaries
 run_tests "$@"
