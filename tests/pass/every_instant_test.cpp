@@ -107,7 +107,7 @@ TEST_F(every_instant, may_be_one_of_saving) {
 )");
     use_collector({"--known-hashes", hashes});
     const strings saver = joined({"sh", "-c", "exec \"$@\" --count 30 <\"$0\" 2>/dev/null", input,
-                                  "env", "LD_PRELOAD=" TEV_PAUSE_PRELOAD},
+                                  "env", "LD_PRELOAD=" + pause_preload()},
                                  built_program(TEV_REPORT_SOURCE));
     child_process savers[] = {child_process(saver), child_process(saver), child_process(saver),
                               child_process(saver)};

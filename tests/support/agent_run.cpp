@@ -111,8 +111,15 @@ void pass_test::use_collector(const strings& options) {
     const std::string pki = pki_dir(), store = scratch_root() / "received";
     write_text(store, "");
     // A program of this machine, wherever the agent runs.
-    const strings command = {TEV_COLLECTOR, "--ca",  pki + "/ca.pem",     "--cert",
-                             pki + "/server.pem", "--key", pki + "/server.key", "--store", store};
+    const strings command = {TEV_COLLECTOR,
+                             "--ca",
+                             pki + "/ca.pem",
+                             "--cert",
+                             pki + "/server.pem",
+                             "--key",
+                             pki + "/server.key",
+                             "--store",
+                             store};
     _collector.emplace(joined(command, options));
     _collector->wait_for("\n");
     use_port(std::stoi(_collector->output().substr(_collector->output().rfind(':') + 1)));
@@ -139,8 +146,15 @@ strings pass_test::requests() const {
 strings pass_test::agent(const strings& environment) {
     write_text(data_dir() / "config" / "config.def", reporter::json_styled(config));
     return joined(
-        joined({"env", "no_proxy=127.0.0.1", "LD_PRELOAD=" TEV_PAUSE_PRELOAD}, environment),
+        joined({"env", "no_proxy=127.0.0.1", "LD_PRELOAD=" + pause_preload()}, environment),
         built_program(TEV_AGENT));
+}
+
+std::string pause_preload() {
+    const auto link = scratch_root() / "pause_preload.so";
+    std::error_code there_already;
+    std::filesystem::create_symlink(TEV_PAUSE_PRELOAD, link, there_already);
+    return link;
 }
 
 pass pass_test::end_of(child_process&& agent) {

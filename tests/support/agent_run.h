@@ -21,6 +21,9 @@ strings lines_of(const std::string& text);
 /// Where keys and certificates are, see tools/make-pki --faults.
 std::string pki_dir();
 
+/// Path of the stand-in for pauses, without the blanks at which the loader would split it.
+std::string pause_preload();
+
 /// How one life of the agent went.
 struct pass {
     explicit pass(child_process& agent);
