@@ -59,6 +59,7 @@ run_tests() {
     ctest --preset device --parallel "$(nproc)" "${excluded[@]}" "$@"
 }
 
+[[ $PWD != *[[:space:]]* ]] || fail "pkg-config and the emulator need a tree whose path has no blank"
 tools/install-packages build device
 step "Unpack the system" tools/make-sysroot "$sysroot"
 build_preset release collector
