@@ -32,10 +32,9 @@ protected:
         write_text(hashes, reporter::sha256(std::string(MARKED, 'a' + 7).data(), MARKED));
     }
 
-    pass cut(int number, int at) {
-        child_process process(
-            agent({"TEV_SIGNAL=" + std::to_string(number), "TEV_SIGNAL_AT=" + std::to_string(at)}));
-        return pass(process);
+    strings agent_with(int signal_number, int at) {
+        return agent(
+            {"TEV_SIGNAL=" + std::to_string(signal_number), "TEV_SIGNAL_AT=" + std::to_string(at)});
     }
 
     // Occurrences that the server has. A report may come twice, but as it was.
@@ -74,7 +73,8 @@ TEST_P(every_instant, may_be_the_last) {
         write_text(store, fresh_store);
         write_text(journal, fresh_journal);
         use_collector({"--known-hashes", hashes});
-        const pass life = cut(GetParam(), k);
+        child_process process(agent_with(GetParam(), k));
+        const pass life(process);
         was_cut = life.count("signal") == 1;
         EXPECT_EQ(life.status, was_cut && GetParam() == SIGKILL ? 128 + SIGKILL : 0);
 
@@ -106,21 +106,25 @@ TEST_F(every_instant, may_be_one_of_saving) {
 {"ext_aggregation": {"caller": "c", "filehash": "f"}}
 )");
     use_collector({"--known-hashes", hashes});
-    const strings saver = joined({"sh", "-c", "exec \"$@\" --count 30 <\"$0\" 2>/dev/null", input,
-                                  "env", "LD_PRELOAD=" + pause_preload()},
-                                 built_program(TEV_REPORT_SOURCE));
+    const char* const save_until_told =
+        "until [ -e \"$0.enough\" ]; do \"$@\" <\"$0\" 2>/dev/null || exit; done";
+    const strings saver =
+        joined({"sh", "-c", save_until_told, input, "env", "LD_PRELOAD=" + pause_preload()},
+               built_program(TEV_REPORT_SOURCE));
+    // Not written any more while savers read the configuration.
+    const strings lives[] = {agent(), agent_with(SIGKILL, 20), agent()};
     child_process savers[] = {child_process(saver), child_process(saver), child_process(saver),
                               child_process(saver)};
-    // Two whole passes, then one that is cut, as long as somebody saves.
-    int cuts = 0;
-    while (std::any_of(std::begin(savers), std::end(savers), [](auto& s) { return s.running(); })) {
-        cut(SIGKILL, ++cuts % 3 == 0 ? 7 * cuts : 0);
+    for (const strings& life : lives) {
+        child_process(life).wait();
     }
-    EXPECT_GT(cuts, 3);
+    write_text(input + ".enough", "");
+    for (child_process& saving : savers) {
+        EXPECT_EQ(saving.wait(), 0) << saving.output();
+    }
     run_pass();
     long saved = 14;
     for (child_process& ended : savers) {
-        EXPECT_EQ(ended.wait(), 0) << ended.output();
         for (const std::string& result : lines_of(ended.output())) {
             saved += result != "counted 0" ? 1 : 0;
         }
