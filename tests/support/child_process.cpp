@@ -23,20 +23,24 @@ bool wait_until(const std::function<bool()>& holds, std::chrono::seconds deadlin
     return held;
 }
 
-child_process::child_process(std::vector<std::string> command)
-    : _output(memfd_create("output", MFD_CLOEXEC)) {
+void execute(std::vector<std::string>& command) {
     std::vector<char*> arguments;
     for (std::string& argument : command) {
         arguments.push_back(argument.data());
     }
     arguments.push_back(nullptr);
+    execvp(arguments[0], arguments.data());
+}
+
+child_process::child_process(std::vector<std::string> command)
+    : _output(memfd_create("output", MFD_CLOEXEC)) {
     _pid = fork();
     if (_pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         std::signal(SIGPIPE, SIG_DFL);
         dup2(_output, STDOUT_FILENO);
         dup2(_output, STDERR_FILENO);
-        execvp(arguments[0], arguments.data());
+        execute(command);
         _exit(127);
     }
 }

@@ -13,6 +13,9 @@ namespace test_support {
 bool wait_until(const std::function<bool()>& holds,
                 std::chrono::seconds deadline = std::chrono::seconds(60));
 
+/// Makes this process that of the command. Returns when it cannot.
+void execute(std::vector<std::string>& command);
+
 /// A program that runs beside the test, with all that it writes. What still runs at the end is
 /// killed, also when the test is. One thread.
 class child_process {

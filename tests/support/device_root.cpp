@@ -14,22 +14,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-Json::Value read_document(const fs::path& path) {
+// Changes one of the platform's files, which need not be there yet.
+template <class Change>
+void edit(const char* name, Change change) {
+    const fs::path path = platform_dir() / name;
     Json::Value document(Json::objectValue);
-    if (fs::exists(path)) {
-        std::ifstream(path) >> document;
+    if (std::ifstream file(path); file) {
+        file >> document;
     }
-    return document;
-}
-
-void write_document(const fs::path& path, const Json::Value& document) {
+    change(document);
     write_text(path, Json::writeString(Json::StreamWriterBuilder(), document));
 }
 
 }  // namespace
 
 fs::path scratch_root() {
-    return std::getenv("TEV_TEST_ROOT");
+    return std::getenv("TEV_SCRATCH_ROOT");
 }
 
 fs::path source_dir() {
@@ -38,12 +38,9 @@ fs::path source_dir() {
 
 std::vector<std::string> built_program(const std::string& path,
                                        const std::vector<std::string>& arguments) {
-    std::vector<std::string> command;
     const char* emulator = std::getenv("TEV_EMULATOR");
     std::istringstream words(emulator != nullptr ? emulator : "");
-    for (std::string word; words >> word;) {
-        command.push_back(word);
-    }
+    std::vector<std::string> command(std::istream_iterator<std::string>(words), {});
     command.push_back(path);
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
@@ -100,17 +97,11 @@ void install_plugin() {
 }
 
 void set_vconf(const std::string& key, const Json::Value& value) {
-    const fs::path path = platform_dir() / "vconf.json";
-    Json::Value settings = read_document(path);
-    settings[key] = value;
-    write_document(path, settings);
+    edit("vconf.json", [&](Json::Value& settings) { settings[key] = value; });
 }
 
 void set_system_info(const std::string& section, const std::string& key, const Json::Value& value) {
-    const fs::path path = platform_dir() / "system_info.json";
-    Json::Value facts = read_document(path);
-    facts[section][key] = value;
-    write_document(path, facts);
+    edit("system_info.json", [&](Json::Value& facts) { facts[section][key] = value; });
 }
 
 }  // namespace test_support
