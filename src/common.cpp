@@ -49,7 +49,7 @@ std::string real_path(const std::string& path) {
     return real != nullptr ? real.get() : path;
 }
 
-// Who may read and write the old file may do so with the new one.
+// Owner, group and mode; a label of a mandatory access control is that of the process.
 bool take_over_access(const std::string& from, const std::string& to) {
     struct stat old = {};
     if (stat(from.c_str(), &old) != 0) {
