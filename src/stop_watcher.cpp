@@ -73,6 +73,17 @@ bool finished_before(clock::time_point deadline) {
     return word == finish_word;
 }
 
+// On a thread of its own, so that the deadline holds even where it blocks. Where there is no room
+// for a thread, the deadline alone ends the process.
+std::future<void> start(const std::function<void()>& on_stop) {
+    try {
+        return std::async(std::launch::async, on_stop);
+    } catch (const std::system_error& error) {
+        REPORTER_ERROR("can't start the stop: " << error.what());
+        return {};
+    }
+}
+
 void leave_word(int write_end, char word) noexcept {
     const int saved_errno = errno;
     static_cast<void>(!write(write_end, &word, 1));
@@ -109,9 +120,9 @@ void stop_watcher::watch() const {
         return;
     }
     const auto deadline = std::max(clock::now(), last_pause_end()) + _grace;
-    // On a thread of its own, so that the deadline holds even where it blocks.
-    const auto stopping = std::async(std::launch::async, _on_stop);
-    if (finished_before(deadline) && stopping.wait_until(deadline) == std::future_status::ready) {
+    const std::future<void> stopping = start(_on_stop);
+    if (finished_before(deadline) &&
+        (!stopping.valid() || stopping.wait_until(deadline) == std::future_status::ready)) {
         return;
     }
     REPORTER_ERROR("still busy " << _grace.count() << "ms after the stop request, leaving");
