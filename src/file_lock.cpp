@@ -69,14 +69,17 @@ void file_lock::lock() {
     REPORTER_INFO("Locked: " << _name);
     guard.release();
     this_thread_holds_mutex = true;
-    _locked = true;
+    _owner = std::this_thread::get_id();
 }
 
 void file_lock::unlock() {
     // The system would unlock for any thread of the process, and call a lock that is not held
     // unlocked; neither is to be seen outside.
-    const bool held = this_thread_holds_mutex && std::exchange(_locked, false);
+    const bool held = _owner == std::this_thread::get_id();
     const bool released = held && lockf(_descriptor.get(), F_ULOCK, 0) == 0;
+    if (held) {
+        _owner = std::thread::id();
+    }
     REPORTER_INFO((released ? "Unlocked: " : "Already unlocked: ") << _name);
     // Kept: unlocking any file_lock releases the mutex that this thread holds for whichever one.
     if (std::exchange(this_thread_holds_mutex, false)) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 /// A named lock between processes, on a lock file under /run/user/5001/, with one mutex in front of
 /// it for the threads of this process: at most one thread holds any file_lock, whatever its name.
@@ -45,5 +47,5 @@ private:
     std::string _mode;
     std::string _name;
     descriptor _descriptor;
-    bool _locked = false;
+    std::atomic<std::thread::id> _owner{};
 };
