@@ -51,7 +51,8 @@ public:
     void process_chunk(Cursor& cursor, Chunk& chunk);
 
     /// Removes the reports whose content the server says it has, from the store and the chunk.
-    /// Failures are logged; the chunk then stays as it stood. Every report loses its "check_hash".
+    /// Failures are logged; the chunk then stays as it stood at that moment. Each report that was
+    /// looked at has lost its "check_hash".
     template <class Cursor, class Reports>
     void check_hashes(Cursor& cursor, Reports& reports);
 

@@ -10,7 +10,7 @@
 namespace tev::transport {
 
 /// One libcurl easy handle bound to one URL, for synchronous JSON requests; "https://" means
-/// TLS 1.2 or later, both ends authenticated. After one failed transfer it refuses every request.
+/// TLS 1.2, both ends authenticated. After one failed transfer it refuses every request.
 /// One thread at a time; only setInterruptSignal() may come from another.
 class HttpSession {
 public:
