@@ -1,9 +1,16 @@
+#include <sys/mman.h>
 #include <sys/uio.h>
 
+#include <atomic>
 #include <csignal>
+#include <fstream>
+#include <limits>
 #include <random>
 
+#include "base64.h"
+#include "compression.h"
 #include "storage/reports_storage.h"
+#include "support/agent_run.h"
 #include "support/child_process.h"
 #include "support/children.h"
 #include "support/error_of.h"
@@ -105,8 +112,10 @@ TEST_F(storage_script, keeps_the_schedule) {
 TEST_F(storage_script, comes_through_wrong_clocks) {
     now = 5000;
     const unsigned undated = save("before the clock was set");
-    now = NOON + 4000 * DAY;  // Still within the seconds that a 32-bit device can count.
+    // A 32-bit device counts no further than to 2038.
+    now = long(std::min<long long>(NOON + 30000LL * DAY, std::numeric_limits<long>::max() - DAY));
     const unsigned ahead = save("far ahead");
+    EXPECT_EQ(times(), (std::vector<long>{0, now - now % DAY + DAY}));
     now = NOON;
     EXPECT_EQ(times(), (std::vector<long>{0, NEXT}));
     const unsigned behind = save("behind the newest time");
@@ -164,25 +173,131 @@ TEST_F(storage_script, bounds_size_and_age) {
 
 TEST_F(storage_script, sets_damage_aside_and_nothing_else) {
     fill(30, 1000);
-    const std::string whole = read_text(file);
+    const std::string whole = read_text(file), malformed = "database disk image is malformed";
     const std::pair<std::string, std::string> cases[] = {
-        {whole.substr(0, 5000), "database disk image is malformed"},
+        {whole.substr(0, 5000), malformed},
+        {std::string(whole).replace(1536, 512, 512, 'x'), malformed},
         {std::string(20000, 'x'), "file is not a database"},
-        {std::string(whole).replace(63, 1, "\7"), "unknown schema version 7"}};
+        {std::string(whole).replace(63, 1, "\7"), "unknown schema version 7"},
+        {"", ""}};
     for (const auto& [damaged, reason] : cases) {
         write_text(file, damaged);
         const unsigned id = save("goes on");
         EXPECT_EQ(list(), ids{id});
-        EXPECT_EQ(recorder.count("E LUA: report store is damaged and set aside: " + reason), 1U);
+        EXPECT_EQ(recorder.count("E LUA: report store is damaged and set aside: " + reason),
+                  reason.empty() ? 0U : 1U);
         EXPECT_TRUE(read_text(file + ".broken") == cases[0].first) << "another one is kept";
+        recorder.clear();
     }
-    const std::string sound = read_text(file);
+    std::filesystem::remove(file);
+    EXPECT_NE(save("beside the journal of another"), 0U);
+}
+
+TEST_F(storage_script, leaves_a_file_that_may_serve_again) {
+    std::string sound;
+    const auto fails = [&](const std::string& message) {
+        EXPECT_EQ(error_of([&] { fill(1, 100000); }), "report store: " + message);
+        EXPECT_TRUE(std::filesystem::is_directory(file) || read_text(file) == sound) << message;
+    };
+    std::filesystem::create_directory(file);
+    fails("unable to open database file");
+    std::filesystem::remove(file);
+    fill(5, 1000);
+    sound = read_text(file);
+    child_process source(joined({"bwrap", "--dev-bind", "/", "/", "--ro-bind", data_dir(),
+                                 data_dir(), "sh", "-c", "echo '{\"size\": 1}' | \"$@\"", "sh"},
+                                built_program(TEV_REPORT_SOURCE)));
+    source.wait_for("line 1: report store: attempt to write a readonly database");
     const full_disk limit(sound.size());
-    EXPECT_EQ(error_of([&] { fill(1, 100000); }), "report store: disk I/O error");
+    fails("disk I/O error");
     child_process peer({"sqlite3", file, "BEGIN EXCLUSIVE", ".shell echo held", ".read /dev/ptmx"});
     peer.wait_for("held");
-    EXPECT_EQ(error_of([&] { fill(1, 100000); }), "report store: database is locked");
-    EXPECT_TRUE(read_text(file) == sound);
+    fails("database is locked");
+}
+
+// Runs itself again, on a small disk.
+TEST_F(storage_script, makes_do_without_a_free_byte) {
+    const std::string size = "4194304", self = std::filesystem::read_symlink("/proc/self/exe");
+    if (std::filesystem::space(data_dir()).capacity != std::stoul(size)) {
+        child_process again(
+            joined({"bwrap", "--dev-bind", "/", "/", "--size", size, "--tmpfs", "/opt/data"},
+                   built_program(self, {"--gtest_filter=*free_byte"})));
+        EXPECT_EQ(again.wait(), 0) << again.output();
+        return;
+    }
+    const std::string full = "W LUA: report refused, report store: database or disk is full";
+    for (const unsigned count : {1U, 3U, 8U, 24U}) {
+        const ids saved = fill(count, 40000);
+        const std::string sound = read_text(file);
+        std::ofstream filler(data_dir() / "filler");
+        for (; filler; filler << std::string(4096, 'x') << std::flush) {
+        }
+        EXPECT_EQ((ids{save(sound), unsigned(recorder.count(full))}), (ids{0, 1}));
+        EXPECT_EQ(read(saved[0])["size"], 40000);
+        EXPECT_TRUE(read_text(file) == sound);
+        EXPECT_EQ(list(), saved);
+        for (const unsigned id : saved) {
+            EXPECT_EQ(remove(id), 1U) << count;
+        }
+        std::filesystem::remove(data_dir() / "filler");
+        EXPECT_EQ(remove(save("there is room again")), 1U);
+        recorder.clear();
+    }
+}
+
+TEST_F(storage_script, gives_any_content_back) {
+    std::vector<std::string> contents{
+        "", {"\0\"\\\n\0", 5}, "\xff\xfe\xc0\x80", std::string(1 << 20, 'x')};
+    for (const unsigned depth : {998U, 1001U, 500000U}) {
+        contents.push_back(R"({"caller": "c", "filehash": "f", "x": )" + std::string(depth, '[') +
+                           std::string(depth, ']') + "}");
+    }
+    for (const std::string& content : contents) {
+        EXPECT_NE(save(content), 0U);
+    }
+    const unsigned damaged = fill(1, 1000).at(0);
+    std::string bytes = read_text(file);
+    const std::size_t at = bytes.find(read(damaged)["content"].asString().substr(700, 8));
+    write_text(file, bytes.replace(at, 8, {"\"\\\0\xff{}'\n", 8}));
+
+    auto cursor = store()->cursor(NEXT);
+    for (const std::string& content : contents) {
+        ASSERT_TRUE(cursor.has_next());
+        const std::string text = cursor.to_json()["content"].asString();
+        const std::string stream = reporter::base64_decode(text.data(), unsigned(text.size()));
+        EXPECT_TRUE(reporter::inflate(stream.data(), unsigned(stream.size())) == content);
+        cursor.remove();
+    }
+    ASSERT_TRUE(cursor.has_next());
+    EXPECT_EQ(cursor.to_json()["size"], 1000);
+    cursor.remove();
+    EXPECT_EQ(query("SELECT saved, removed FROM accounts"), "8|8\n");
+}
+
+TEST_F(storage_script, asks_by_hash_from_a_size_on) {
+    for (const auto& [least, asks] : {std::pair(0, false), {99, true}, {100, true}, {101, false}}) {
+        config["processor"]["check_hash_min_size"] = least;
+        EXPECT_EQ(read(fill(1, 100).at(0)).isMember("check_hash"), asks) << least;
+    }
+}
+
+TEST_F(storage_script, keeps_its_accounts_among_twenty_processes) {
+    void* shared = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    auto& counted = *new (shared) std::atomic<unsigned>(0);
+    reporter::ext_aggregation_data names{"c", "f"};
+    const auto work = [&](int write) {
+        const unsigned own = save(std::to_string(getpid()));
+        const bool saved = save("joins", 1) && save(R"({"caller": "c", "filehash": "f"})");
+        counted += store()->ext_aggregation(names) != 0 ? 1 : 0;
+        last_write = write;
+        const bool outlived = in_children(1, [&]() noexcept { return save("killed") != 0; });
+        last_write = 0;
+        return saved && !outlived && times() == std::vector<long>{NEXT} && !list().empty() &&
+               read(own)["count"] == 1 && remove(own) == 1;
+    };
+    EXPECT_TRUE(in_children(20, [&]() noexcept { return work(2) && work(12); }));
+    EXPECT_EQ(query("SELECT saved, removed, set_aside FROM accounts"),
+              std::to_string(120 + counted) + "|40|0\n");
 }
 
 TEST_F(storage_script, comes_through_a_kill_at_any_write) {
