@@ -66,18 +66,29 @@ TEST_F(server_faults, lose_nothing) {
 }
 
 TEST_F(server_faults, end_with_the_time_out) {
+    config["processor"]["check_hash_min_size"] = 1;
     save(1);
     sender()["sending_timeout"] = 0;  // The least is 30 seconds.
-    raw_peer server({[](peer_connection& client) {
+    const behaviour stalls = [](peer_connection& client) {
+        client.read_request();
+        client.write("HTTP/1.1 100 Continue\r\n\r\n");
+        client.read();
+    };
+    const behaviour drips = [](peer_connection& client) {
         client.read_request();
         client.write("HTTP/1.1 200 OK\r\n\r\n");
         for (int seconds = 0; seconds < 31; ++seconds) {
             client.write("[");
             poll(nullptr, 0, 1000);
         }
-    }});
+    };
+    raw_peer server({stalls, drips});
     use_port(server.port());
-    expect("I response status code: -28", 1);
+    const pass life = run_pass();
+    EXPECT_EQ(
+        life.missing({"I can't check hashes: status code: -28*", "I response status code: -28"}),
+        "");
+    EXPECT_EQ(stored(), 1);
 }
 
 TEST_F(server_faults, of_one_endpoint_spare_the_other) {
