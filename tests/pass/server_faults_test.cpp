@@ -84,7 +84,9 @@ TEST_F(server_faults, end_with_the_time_out) {
     };
     raw_peer server({stalls, drips});
     use_port(server.port());
-    const pass life = run_pass();
+    child_process process(agent());
+    process.wait_for("can't check hashes");
+    const pass life = end_of(std::move(process));
     EXPECT_EQ(
         life.missing({"I can't check hashes: status code: -28*", "I response status code: -28"}),
         "");
