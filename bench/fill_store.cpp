@@ -8,6 +8,7 @@
 #include <random>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "configuration.h"
 #include "data_dir.h"
