@@ -11,15 +11,6 @@
 namespace test_support {
 namespace {
 
-// "I/TEV_REPORTER(1): file: function(2) > PROCESSOR :rss 3 text" as "I text"; others as they are.
-std::string message_in(const std::string& line) {
-    const std::string memory = " > PROCESSOR :rss ";
-    const std::size_t found = line.find(memory);
-    return found == std::string::npos
-               ? line
-               : line.substr(0, 1) + line.substr(line.find(' ', found + memory.size()));
-}
-
 bool fits(const std::string& line, const std::string& pattern) {
     const std::size_t size = pattern.size() - 1;
     return pattern[size] == '*' ? line.compare(0, size, pattern, 0, size) == 0 : line == pattern;

@@ -1,7 +1,6 @@
 #include "support/platform_recorder.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,8 +14,7 @@ namespace test_support {
 namespace {
 
 struct recording {
-    bool on = false;
-    std::vector<log_entry> log;
+    std::vector<std::string> records;
     std::vector<std::chrono::nanoseconds> pauses;
 };
 
@@ -28,48 +26,37 @@ recording& recorded() {
     return instance;
 }
 
-// Replaces the recording; the old one's contents go after the lock.
-void restart(bool on) {
-    recording fresh;
-    fresh.on = on;
-    const std::lock_guard<std::mutex> guard(mutex);
-    std::swap(recorded(), fresh);
-}
-
-std::string message_of(const log_entry& entry) {
-    const std::string prefix = "PROCESSOR :rss ";
-    const bool has_figure = entry.text.compare(0, prefix.size(), prefix) == 0;
-    const std::size_t begin = has_figure ? entry.text.find(' ', prefix.size()) + 1 : 0;
-    const std::string line =
-        std::string{"DIWE"[(entry.priority + 1) % 4], ' '} + entry.text.substr(begin);
-    return line.back() == '\n' ? line.substr(0, line.size() - 1) : line;
+std::string formatted(const char* format, va_list arguments) {
+    va_list again;
+    va_copy(again, arguments);
+    std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, again)), '\0');
+    va_end(again);
+    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
+    return text;
 }
 
 }  // namespace
 
-platform_recorder::platform_recorder() {
-    restart(true);
+std::string message_in(const std::string& record) {
+    const std::string memory = " > PROCESSOR :rss ";
+    const std::size_t found = record.find(memory);
+    if (found == std::string::npos) {
+        return record;
+    }
+    const std::size_t end = record.size() - (record.back() == '\n' ? 1 : 0);
+    const std::size_t begin = record.find(' ', found + memory.size());
+    return record.substr(0, 1) + record.substr(begin, end - begin);
 }
 
-platform_recorder::~platform_recorder() {
-    restart(false);
-}
-
-void platform_recorder::clear() {
-    restart(true);
-}
-
-std::vector<log_entry> platform_recorder::log() const {
+std::vector<std::string> platform_recorder::records() const {
     const std::lock_guard<std::mutex> guard(mutex);
-    return recorded().log;
+    return recorded().records;
 }
 
 std::vector<std::string> platform_recorder::messages() const {
-    std::vector<std::string> result;
-    for (const log_entry& entry : log()) {
-        result.push_back(message_of(entry));
-    }
-    return result;
+    std::vector<std::string> all = records();
+    std::transform(all.begin(), all.end(), all.begin(), message_in);
+    return all;
 }
 
 std::size_t platform_recorder::count(const std::string& message) const {
@@ -82,40 +69,33 @@ std::vector<std::chrono::nanoseconds> platform_recorder::pauses() const {
     return recorded().pauses;
 }
 
+void platform_recorder::clear() {
+    recording old;
+    const std::lock_guard<std::mutex> guard(mutex);
+    std::swap(recorded(), old);
+}
+
 }  // namespace test_support
 
 using namespace test_support;
 
 int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) {
-    log_entry entry{log_id, prio, tag, fmt, "", "", 0, ""};
     va_list arguments;
     va_start(arguments, fmt);
-    if (entry.format == "%s: %s(%d) > %s") {
-        entry.file = va_arg(arguments, const char*);
-        entry.function = va_arg(arguments, const char*);
-        entry.line = va_arg(arguments, int);
-        entry.text = va_arg(arguments, const char*);
-    }
+    const std::string record = std::string(1, "DIWE"[(prio + 1) % 4]) + "/" + tag + "(" +
+                               std::to_string(log_id) + "): " + formatted(fmt, arguments);
     va_end(arguments);
     if (std::getenv("TEV_TEST_LOG") != nullptr) {
-        std::fprintf(stderr, "%s\n", message_of(entry).c_str());
+        std::fputs(record.c_str(), stderr);
     }
     const std::lock_guard<std::mutex> guard(mutex);
-    if (recorded().on) {
-        recorded().log.push_back(std::move(entry));
-    }
+    recorded().records.push_back(record);
     return 0;
 }
 
-extern "C" int nanosleep(const timespec* requested, timespec* left) {
-    {
-        const std::lock_guard<std::mutex> guard(mutex);
-        if (recorded().on) {
-            recorded().pauses.push_back(std::chrono::seconds(requested->tv_sec) +
-                                        std::chrono::nanoseconds(requested->tv_nsec));
-            return 0;
-        }
-    }
-    errno = clock_nanosleep(CLOCK_REALTIME, 0, requested, left);
-    return errno == 0 ? 0 : -1;
+extern "C" int nanosleep(const timespec* requested, timespec*) {
+    const std::lock_guard<std::mutex> guard(mutex);
+    recorded().pauses.push_back(std::chrono::seconds(requested->tv_sec) +
+                                std::chrono::nanoseconds(requested->tv_nsec));
+    return 0;
 }

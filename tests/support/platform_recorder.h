@@ -6,41 +6,28 @@
 
 namespace test_support {
 
-/// The arguments of one call to the platform's log.
-struct log_entry {
-    int log_id;
-    int priority;
-    std::string tag;
-    std::string format;
-    std::string file;
-    std::string function;
-    int line;
-    std::string text;
-};
+/// "I/TEV_REPORTER(1): file: function(2) > PROCESSOR :rss 3 text", with or without a newline, as
+/// "I text"; other lines as they are.
+std::string message_in(const std::string& record);
 
-/// Stands in front of the platform's log and of `nanosleep` in the test process: records every log
-/// record and pause for as long as it lives; pauses are counted and not slept. Without one the log
-/// is dropped and pauses take their time. With TEV_TEST_LOG in the environment every record also
-/// goes to standard error. Any thread.
+/// Stands in front of the platform's log and of `nanosleep` in the test process: log records and
+/// pauses are counted and not written or slept. A new one begins with none. With TEV_TEST_LOG in
+/// the environment every record also goes to standard error. One at a time; any thread.
 class platform_recorder {
 public:
-    platform_recorder();
+    platform_recorder() { clear(); }
     platform_recorder(const platform_recorder&) = delete;
     platform_recorder& operator=(const platform_recorder&) = delete;
-    ~platform_recorder();
 
-    std::vector<log_entry> log() const;
-
-    /// The messages in order, without the memory figure and the final newline, each with its
-    /// priority in front: "I ", "W " or "E ".
+    /// As the platform's log would show them, with the log's number in place of the process's.
+    std::vector<std::string> records() const;
+    /// The messages in them.
     std::vector<std::string> messages() const;
-
-    /// How many records hold exactly this message, priority included.
+    /// How many records hold exactly this message.
     std::size_t count(const std::string& message) const;
 
     std::vector<std::chrono::nanoseconds> pauses() const;
 
-    /// Forgets what was recorded so far.
     void clear();
 };
 
