@@ -57,7 +57,7 @@ TEST_F(lua_calls, refuse_results_of_another_type) {
               "lua: bad return type, must be number");
 }
 
-TEST_F(lua_calls, pass_numbers_and_records) {
+TEST_F(lua_calls, take_numbers_and_records) {
     EXPECT_EQ(run<std::string>("return table.concat({...}, ' ')", 4294967295U, -1L),
               "4294967295 -1");
     state.set_global("all_ones", sizeof(lua_Integer) > 4 ? 4294967295LL : -1LL);
