@@ -29,6 +29,14 @@ prepare() {
         s|\"db_max_size\": [0-9]*|\"db_max_size\": 0|" "$data/config/config.def"
 }
 
+# save COUNT: reports of 1 KiB; needs the target report-source.
+save() {
+    seq "$1" | awk '{ printf "{\"module\":%d,\"type\":1,\"size\":1024,\"seed\":%d}\n", $1 % 7, $1 }' |
+        env "$skip" tools/device-root "$device" \
+            "$build/tools/report_source/report-source" --quiet >"$scratch/saved" 2>&1 ||
+        { tail "$scratch/saved" >&2; exit 1; }
+}
+
 # pass FORMAT LOG [VARIABLE=VALUE ...]: one sending pass, timed as FORMAT says.
 pass() {
     local format=$1 log=$2
