@@ -66,6 +66,9 @@ TEST_F(lua_calls, take_numbers_and_records) {
         run<bool>("local t = ... return t.module == -1 and t.type == -32768 and t.size == 4 "
                   "and t.content == 'a\\0\\255\\0' and t.aggregationid == all_ones",
                   report_table(record)));
+    table_creator(state).set_field("bytes", std::vector<unsigned char>{0, 255});
+    state.set_global("made");
+    EXPECT_EQ(run<std::string>("return table.concat(made.bytes, ',')"), "0,255");
 }
 
 TEST_F(lua_calls, that_fail_leave_the_state_usable) {

@@ -20,7 +20,7 @@ protected:
 
 TEST_F(records, of_a_run_begin_empty_and_keep_the_last_ten_lines) {
     write_text(journal_path, "of an earlier run\n");
-    reporter::journal(journal_path, 10, 100);
+    EXPECT_EQ(reporter::journal(journal_path, 10, 100).get_path(), journal_path);
     EXPECT_EQ(read_text(journal_path), "");
     for (int i = 1; i <= 12; ++i) {
         EXPECT_TRUE(reporter::get_journal().add("s", std::to_string(i) + std::string(100, '\n')));

@@ -95,7 +95,7 @@ TEST_F(store, walks_a_cursor_report_by_report) {
     auto made = make_storage(good_script, false)->cursor(20);
     EXPECT_TRUE(made.has_next());
     reporter::reports_storage_cursor cursor(std::move(made));
-    EXPECT_EQ(made.size(), 0);
+    EXPECT_EQ(made.size(), 0);  // NOLINT(bugprone-use-after-move): it stays a cursor
     EXPECT_TRUE(cursor.has_next()) << "a moved cursor tests the position again";
     EXPECT_EQ(cursor.get_id(), 2U);
     cursor.remove();
