@@ -62,6 +62,7 @@ TEST_F(files, keep_their_links_and_their_mode_also_where_no_new_one_can_be_made)
 
 TEST_F(files, are_stamped_with_the_local_time) {
     setenv("TZ", "TST-5:30", 1);
+    tzset();
     std::tm stamp{};
     EXPECT_NE(strptime(reporter::get_current_time().c_str(), "%Y-%b-%d %T", &stamp), nullptr);
     EXPECT_LE(std::time(nullptr) - std::mktime(&stamp), 1);
