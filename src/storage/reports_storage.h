@@ -37,7 +37,8 @@ public:
     reports_storage(const reports_storage&) = delete;
     reports_storage& operator=(const reports_storage&) = delete;
 
-    /// The script's number: with the project's script the report's id, 0 when it was refused.
+    /// The script's number: with the project's script the report's id, 0 when it was refused. An id
+    /// beyond a `long` of 32 bits reads as its largest value.
     long save_report(const report& record);
     /// The script's number: with the project's script the new count of occurrences, 0 when there is
     /// no report to count with.
