@@ -21,9 +21,10 @@ local BUSY_WAIT_MS = 2000
 
 -- All ids take five bytes as keys (2^28 to 2^32 - 1), and every table is a plain rowid table without an
 -- index. With keys of one length a deletion only ever shrinks a tree, so it needs no new page and no free
--- byte on the disk. A fresh store begins at a random id below 2^31: ids which a sender still holds from
--- a store that was set aside then name nothing in the new one.
-local LOWEST_ID, ID_SPREAD, NO_LAST_ID = 268435456, 1879048192, 1099511627776
+-- byte on the disk. A fresh store begins at a random id: ids which a sender still holds from a store that
+-- was set aside then name nothing in the new one. 800 million saves later an id passes 2^31, which all but
+-- the result of `save_report` on a device with a `long` of 32 bits can hold.
+local LOWEST_ID, ID_SPREAD, NO_LAST_ID = 268435456, 1073741824, 1099511627776
 
 -- A key of `batches` is the dispatch time and a number within it; the base gives all keys one length.
 local BATCH_BASE, BATCH_BITS = "0x4000000000000000", 24
@@ -42,8 +43,8 @@ local PARSED_SIZE = 1048576
 
 local HOUR, DAY = 3600, 86400
 
--- When this script was released, seconds since 1970: a clock that shows less has never been set.
-local RELEASE_TIME = 1704067200
+-- 2026-10-01, seconds since 1970, to be raised with each release: a clock that shows less was never set.
+local RELEASE_TIME = 1790812800
 
 -- After this much steady running at an earlier time, the newest time seen is taken for the error.
 local CLOCK_PROOF = 7 * DAY
