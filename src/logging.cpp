@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <limits>
 
 #include <dlog.h>
 
@@ -22,11 +23,12 @@ const char* base_name(const char* path) {
 }
 
 // The device counts in 32 bits; the product wraps there, and so it does here.
-std::int32_t pages_to_kib(long pages) {
-    const long page_kib = sysconf(_SC_PAGESIZE) / 1024;
-    const auto product = static_cast<std::uint32_t>(pages) * static_cast<std::uint32_t>(page_kib);
-    return static_cast<std::int32_t>(product);
+constexpr std::int32_t pages_to_kib(long pages, long page_size) {
+    const auto page_kib = static_cast<std::uint32_t>(page_size / 1024);
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(pages) * page_kib);
 }
+static_assert(pages_to_kib(524287, 4096) == 2097148);
+static_assert(pages_to_kib(536870912, 4096) == std::numeric_limits<std::int32_t>::min());
 
 // Every record reads the figure, so it is read with three system calls and without a stream.
 // Tokens are counted from the front: a blank in the process name shifts them and yields a wrong
@@ -51,7 +53,7 @@ double read_resident_kib() {
         field += std::strspn(field, white_space);
         field += std::strcspn(field, white_space);
     }
-    return pages_to_kib(std::strtol(field, nullptr, 10));
+    return pages_to_kib(std::strtol(field, nullptr, 10), sysconf(_SC_PAGESIZE));
 }
 
 }  // namespace
