@@ -63,7 +63,7 @@ run_tests() {
 tools/install-packages build device
 step "Unpack the system" tools/make-sysroot "$sysroot"
 build_preset release collector
-build_preset device-platform platform-{dlog,vconf,capi-system-info,secure-storage,sdp-installer}
+build_preset device-platform platform-substitutes
 step "Make the device's root" make_root
 step "Configure device" without_substitutes cmake --preset device
 step "Build device" without_substitutes cmake --build build/device --parallel "$(nproc)"
