@@ -29,6 +29,7 @@ struct script {
 /// Tag between "_V" and ".lua" in a file name; empty when there is none.
 std::string get_version_of_script(const std::string& file_name);
 
+/// Path of the configuration file "config" + `suffix` in `dir`.
 std::string build_config_path(const std::string& dir, const std::string& suffix);
 
 /// Comments are allowed and kept. Throws configuration_exception for text that is not JSON.
@@ -39,9 +40,10 @@ Json::Value parse_config(const std::string& text);
 Json::Value load_config_file(const std::string& dir);
 
 /// Files of `dir` whose name begins with one of `names`, keyed by that name; of several matches the
-/// one met last stays. Throws when the directory cannot be walked.
+/// one met last stays. Throws std::runtime_error when the directory cannot be walked.
 std::unordered_map<std::string, script> find_lua_scripts(const std::string& dir,
                                                          const std::vector<std::string>& names);
+/// The same, and a line in the log for the result.
 std::unordered_map<std::string, script> load_scripts(const std::string& dir,
                                                      const std::vector<std::string>& names);
 

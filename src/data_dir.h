@@ -8,7 +8,7 @@ namespace reporter {
 extern std::string REPORTER_DATA_DIR;
 
 /// Puts `prefix` in front of the data directory's current value, as it stands (twice prefixes
-/// twice). For relocating the data directory, for example under a test root.
+/// twice). The configuration's directory, the journal and the statistics stay where they are.
 void set_reporter_data_prefix(const std::string& prefix);
 
 }  // namespace reporter

@@ -18,7 +18,7 @@ std::string get_default_pre_script();
 
 /// Builds an interpreter in which `main_script` has run with the table "env" for its globals: a few
 /// standard globals, those named by `globals` as (name inside, name outside), configuration, device
-/// facts and natives. `pre_script` runs first, unrestricted. Throws lua::lua_exception when a
+/// facts and natives. `pre_script` runs first, unrestricted. Throws lua_exception when a
 /// script fails and what the configuration throws for a missing setting.
 lua::lua_state create_lua_sandbox_impl(
     const config_helper& config, const std::string& main_script, const std::string& pre_script,

@@ -42,6 +42,7 @@ bool setCertAuthority(SSL_CTX* ctx, std::shared_ptr<STACK_OF(X509_INFO)> ca) {
                 REPORTER_ERROR("error adding x509 certificate");
                 return false;
             }
+        // Kept: revocation lists are stored, and nothing asks for them to be consulted.
         } else if (element->crl != nullptr && X509_STORE_add_crl(store, element->crl) != 1) {
             REPORTER_ERROR("error adding CRL certificate");
             return false;
