@@ -1,6 +1,5 @@
 #include "compression.h"
 
-#include <cstddef>
 #include <utility>
 
 #include <zlib.h>

@@ -4,7 +4,6 @@
 #include <iomanip>
 #include <iterator>
 #include <map>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
 

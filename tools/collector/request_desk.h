@@ -2,7 +2,6 @@
 
 #include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 
 #include <httplib.h>

@@ -1,6 +1,5 @@
 #include "internal/transport/CurlLayer.h"
 
-#include <cstddef>
 #include <type_traits>
 
 #include "logging.h"
