@@ -87,6 +87,7 @@ TEST_F(bad_input, in_the_script) {
          "E can't get report: lua: bad return type, must be string"},
         {text + "function get_report_as_json_by_id() return '{' end",
          "E can't get report: can't parse json"},
+        {"os.exit()", "I main_script: os.exit()"},
         {text + "function remove_report_by_id() return 'x' end", "E can't remove report: *"},
     };
     for (const auto& [content, line] : scripts) {
@@ -119,6 +120,12 @@ TEST_F(bad_input, in_the_files_around) {
         fs::remove(path);
         expect(std::string(letter) + "Failed to create or open: " + path, 3);
         write_text(path, "");
+    }
+    {
+        child_process peer({"sqlite3", data_dir() / "db_reports", "BEGIN EXCLUSIVE",
+                            ".shell echo held", ".read /dev/ptmx"});
+        peer.wait_for("held");
+        EXPECT_EQ(run_pass().missing({"E some_error: report store: database is locked"}), "");
     }
     const std::string data = data_dir();
     command.insert(command.begin(), {"bwrap", "--dev-bind", "/", "/", "--ro-bind", data, data});

@@ -83,14 +83,17 @@ TEST_F(sending, takes_what_is_due_to_the_server) {
                read_text(pki_dir() + "/00000051.bin"));
     const std::string secret = "what nobody but the server may read";
     save({-5, 1, {secret.begin(), secret.end()}, 0});
+    query("UPDATE accounts SET next_id = 4294967290");
     save({0, 1, {0, 255, 0}, 9});
     save({0, 1, {}, 9});
     save({0, 1, {}, 0});
     config["processor"]["dispatching_time"] = "03:00";
     save({3, 2, {'l', 'a', 't', 'e', 'r'}, 0});
     use_collector();
-    for (const std::string& line : run_pass().log) {
+    const pass life = run_pass();
+    for (const std::string& line : life.log) {
         EXPECT_EQ(line.find(secret), std::string::npos);
+        EXPECT_EQ(line.find(received().at(0)["content"].asString()), std::string::npos);
     }
     // The collector has compared each content with its hash.
     std::string sent;

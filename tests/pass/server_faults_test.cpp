@@ -82,7 +82,7 @@ TEST_F(server_faults, end_with_the_time_out) {
             poll(nullptr, 0, 1000);
         }
     };
-    raw_peer server({stalls, drips});
+    raw_peer server({stalls, drips, coded("[0]"), coded("[200]")});
     use_port(server.port());
     child_process process(agent());
     process.wait_for("can't check hashes");
@@ -91,6 +91,7 @@ TEST_F(server_faults, end_with_the_time_out) {
         life.missing({"I can't check hashes: status code: -28*", "I response status code: -28"}),
         "");
     EXPECT_EQ(stored(), 1);
+    expect("I response status code: 200", 0);
 }
 
 TEST_F(server_faults, of_one_endpoint_spare_the_other) {

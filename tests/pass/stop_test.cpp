@@ -20,7 +20,7 @@ protected:
 
     // SIGTERM twice once the line is there: an end in order, soon, with the store untouched.
     // Where it can, the pass notices and goes on to its own end.
-    void stops_after(const std::string& line, const std::string& noticed = "*") {
+    pass stops_after(const std::string& line, const std::string& noticed = "*") {
         SCOPED_TRACE(line);
         const std::string before = read_text(data_dir() / "db_reports");
         child_process process(agent());
@@ -35,6 +35,7 @@ protected:
         EXPECT_EQ(life.count("I stopping module: report_sender_module"), 1);
         EXPECT_EQ(life.missing({"I stopping module: *", noticed}), "");
         EXPECT_EQ(read_text(data_dir() / "db_reports"), before);
+        return life;
     }
 };
 
@@ -62,7 +63,7 @@ TEST_F(stop, ends_a_transfer) {
 TEST_F(stop, ends_the_wait_for_a_lock_and_an_endless_script) {
     const int lock = open((lock_dir() / "tev_reporter_db_file_lock").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(lockf(lock, F_LOCK, 0), 0);
-    stops_after("get_all_dispatch_times");
+    EXPECT_EQ(stops_after("get_all_dispatch_times").count("I timestapms: *"), 0);
     use_collector();
     child_process waiting(agent());
     waiting.wait_for("get_all_dispatch_times");

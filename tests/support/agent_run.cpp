@@ -134,11 +134,10 @@ strings pass_test::requests() const {
     return requests;
 }
 
-strings pass_test::agent(const strings& environment) {
+strings pass_test::agent() {
     write_text(data_dir() / "config" / "config.def", reporter::json_styled(config));
-    return joined(
-        joined({"env", "no_proxy=127.0.0.1", "LD_PRELOAD=" + pause_preload()}, environment),
-        built_program(TEV_AGENT));
+    return joined({"env", "no_proxy=127.0.0.1", "LD_PRELOAD=" + pause_preload()},
+                  built_program(TEV_AGENT));
 }
 
 std::string pause_preload() {

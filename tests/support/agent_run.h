@@ -55,8 +55,8 @@ protected:
     static std::vector<Json::Value> received();
     strings requests() const;
 
-    /// Command of the agent with the present configuration, `environment` as "NAME=value".
-    strings agent(const strings& environment = {});
+    /// Command of the agent with the present configuration.
+    strings agent();
     /// One life, which has to end in order and without a secret in the log.
     pass run_pass() { return end_of(child_process(agent())); }
     static pass end_of(child_process&& agent);

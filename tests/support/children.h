@@ -4,6 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <vector>
+
 #include "support/device_root.h"
 
 namespace test_support {
@@ -11,16 +14,17 @@ namespace test_support {
 /// Runs `work` in `count` child processes at once; true when it gave true in each of them.
 template <class Work>
 bool in_children(int count, Work work) {
-    for (int i = 0; i < count; ++i) {
-        if (fork() == 0) {
+    std::vector<pid_t> children(static_cast<std::size_t>(count));
+    for (pid_t& child : children) {
+        child = fork();
+        if (child == 0) {
             _exit(work() ? 0 : 1);
         }
     }
-    int succeeded = 0;
-    for (int status = 0; wait(&status) > 0;) {
-        succeeded += status == 0 ? 1 : 0;
-    }
-    return succeeded == count;
+    return std::count_if(children.begin(), children.end(), [](pid_t child) {
+               int status = 0;
+               return waitpid(child, &status, 0) == child && status == 0;
+           }) == count;
 }
 
 /// Whether another process could take the named lock now.

@@ -22,12 +22,12 @@ TEST_F(records, of_a_run_begin_empty_and_keep_the_last_ten_lines) {
     write_text(journal_path, "of an earlier run\n");
     EXPECT_EQ(reporter::journal(journal_path, 10, 100).get_path(), journal_path);
     EXPECT_EQ(read_text(journal_path), "");
-    for (int i = 1; i <= 12; ++i) {
+    for (int i = 1; i <= 300; ++i) {
         EXPECT_TRUE(reporter::get_journal().add("s", std::to_string(i) + std::string(100, '\n')));
     }
     const std::string text = read_text(journal_path);
     EXPECT_EQ(text.size(), 10U * 101);
-    EXPECT_EQ(text.substr(stamp_size, 8), "::s::3  ");
+    EXPECT_EQ(text.substr(stamp_size, 8), "::s::291");
 }
 
 TEST_F(records, count_on_from_whatever_the_file_holds) {
@@ -45,6 +45,15 @@ TEST_F(records, count_on_from_whatever_the_file_holds) {
         EXPECT_EQ(counters("sent"), json_parse(after)) << before;
         EXPECT_EQ(counters("first_start_at") == "then", keeps_start) << before;
     }
+}
+
+TEST_F(records, cannot_be_directories) {
+    for (const std::string& path : {journal_path, stats_path}) {
+        std::filesystem::create_directory(path);
+    }
+    EXPECT_FALSE(reporter::get_journal().add("s", "text"));
+    EXPECT_TRUE(reporter::stats(stats_path).add_event("sent", 1, {}));
+    EXPECT_TRUE(std::filesystem::is_empty(stats_path));
 }
 
 TEST_F(records, of_several_processes_add_up_per_module) {
