@@ -10,7 +10,7 @@ readonly skip=LD_PRELOAD=$scratch/libskip_pauses.so
 # prepare [TARGET ...]: builds what every measurement needs, and the targets. Then there is a collector on
 # `port`, and a device whose agent sends to it what is stored, at once and without a bound.
 prepare() {
-    tools/install-packages build test
+    tools/install-packages build test bench
     build_preset release tev_reporter_main collector bare_post skip_pauses "$@"
     # The loader splits its list at blanks, which the path of the tree may have.
     cp -- "$build/bench/libskip_pauses.so" "$scratch"
