@@ -36,13 +36,13 @@ bool setCertAuthority(SSL_CTX* ctx, std::shared_ptr<STACK_OF(X509_INFO)> ca) {
             REPORTER_WARN("error: no X509_INFO in cert store");
             continue;
         }
+        // Kept: revocation lists are stored, and nothing asks for them to be consulted.
         if (element->x509 != nullptr) {
             X509_VERIFY_PARAM_set_time(X509_STORE_get0_param(store), std::time(nullptr));
             if (X509_STORE_add_cert(store, element->x509) != 1) {
                 REPORTER_ERROR("error adding x509 certificate");
                 return false;
             }
-        // Kept: revocation lists are stored, and nothing asks for them to be consulted.
         } else if (element->crl != nullptr && X509_STORE_add_crl(store, element->crl) != 1) {
             REPORTER_ERROR("error adding CRL certificate");
             return false;
