@@ -13,7 +13,7 @@ prepare() {
     tools/install-packages build test bench
     build_preset release tev_reporter_main collector bare_post skip_pauses "$@"
     # The loader splits its list at blanks, which the path of the tree may have.
-    cp -- "$build/bench/libskip_pauses.so" "$scratch"
+    cp -- "$build/tools/libskip_pauses.so" "$scratch"
     tools/make-pki "$scratch/pki" >/dev/null
     "$build/tools/collector/collector" --port-file "$scratch/port" --ca "$scratch/pki/ca.pem" \
         --cert "$scratch/pki/server.pem" --key "$scratch/pki/server.key" >"$scratch/requests" &

@@ -110,7 +110,7 @@ TEST_F(every_instant, may_be_one_of_saving) {
     const char* const save_until_told =
         "until [ -e \"$0.enough\" ]; do \"$@\" <\"$0\" 2>/dev/null || exit; done";
     const strings saver =
-        joined({"sh", "-c", save_until_told, input, "env", "LD_PRELOAD=" + pause_preload()},
+        joined({"sh", "-c", save_until_told, input, "env", "LD_PRELOAD=" + skip_pauses()},
                built_program(TEV_REPORT_SOURCE));
     // Its configuration is not written any more while savers read it.
     const strings life = agent();

@@ -62,7 +62,7 @@ protected:
         times();
         EXPECT_EQ(query("SELECT saved = removed + dropped_space + dropped_age + total(count) FROM "
                         "accounts LEFT JOIN reports; PRAGMA integrity_check"),
-                  "1\nok\n");
+                  "1\nok");
     }
     auto store() {
         const std::string clock = "function get_timestamp() return " + std::to_string(now) + " end";
@@ -83,11 +83,6 @@ protected:
     ids list(long time = NEXT) { return store()->get_ids_by_dispatch_time(time); }
     auto read(unsigned id) { return reporter::parse_config(store()->get_report_as_json(id)); }
     unsigned remove(unsigned id) { return store()->remove_report(id).at(0).second; }
-    static std::string query(const std::string& sql) {
-        child_process sqlite({"sqlite3", file, sql});
-        sqlite.wait();
-        return sqlite.output();
-    }
     static constexpr long HOUR = 3600, DAY = 24 * HOUR, NOON = 1792836000, NEXT = NOON + 14 * HOUR;
     static inline const std::string file = data_dir() / "db_reports";
     std::string script = NO_SCANS + read_text(source_dir() / "scripts/processor_extension_V1.lua");
@@ -160,7 +155,7 @@ TEST_F(storage_script, joins_and_seals) {
               (ids{2, 0, 1, 2, 1}));
     EXPECT_EQ(error_of([&] { read(id); }), "unknown report id: " + std::to_string(id));
     EXPECT_EQ(save("after all have gone"), id + 4);
-    EXPECT_EQ(query("SELECT saved, joined, removed FROM accounts"), "7|2|6\n");
+    EXPECT_EQ(query("SELECT saved, joined, removed FROM accounts"), "7|2|6");
     syncs = 0;
     save("durably");
     EXPECT_EQ(syncs, 5);
@@ -183,7 +178,7 @@ TEST_F(storage_script, bounds_size_and_age) {
         EXPECT_EQ(times().size(), count) << day;
     }
     EXPECT_EQ(recorder.count("W LUA: dropped for age: 1 reports, 1 occurrences"), 2U);
-    EXPECT_EQ(query("SELECT saved - dropped_space - dropped_age, refused FROM accounts"), "0|1\n");
+    EXPECT_EQ(query("SELECT saved - dropped_space - dropped_age, refused FROM accounts"), "0|1");
 }
 
 TEST_F(storage_script, sets_damage_aside_and_nothing_else) {
@@ -205,7 +200,7 @@ TEST_F(storage_script, sets_damage_aside_and_nothing_else) {
         EXPECT_EQ(list(), ids{id});
         EXPECT_EQ(recorder.count("E LUA: report store is damaged and set aside: " + reason),
                   reason.empty() ? 0U : 1U);
-        EXPECT_EQ(query("SELECT set_aside FROM accounts"), reason.empty() ? "0\n" : "1\n");
+        EXPECT_EQ(query("SELECT set_aside FROM accounts"), reason.empty() ? "0" : "1");
         EXPECT_TRUE(read_text(file + ".broken") == cases[0].first) << "another one is kept";
         recorder.clear();
     }
@@ -299,8 +294,7 @@ TEST_F(storage_script, gives_any_content_back) {
         EXPECT_TRUE(reporter::inflate(stream.data(), unsigned(stream.size())) == content);
         cursor.remove();
     }
-    EXPECT_EQ(query("SELECT saved, removed, (SELECT count(*) FROM alike) FROM accounts"),
-              "9|9|0\n");
+    EXPECT_EQ(query("SELECT saved, removed, (SELECT count(*) FROM alike) FROM accounts"), "9|9|0");
 }
 
 TEST_F(storage_script, asks_by_hash_from_a_size_on) {
@@ -326,7 +320,7 @@ TEST_F(storage_script, keeps_its_accounts_among_twenty_processes) {
     };
     EXPECT_TRUE(in_children(20, [&]() noexcept { return work(2) && work(12); }));
     EXPECT_EQ(query("SELECT saved, removed, set_aside FROM accounts"),
-              std::to_string(120 + counted) + "|40|0\n");
+              std::to_string(120 + counted) + "|40|0");
 }
 
 TEST_F(storage_script, comes_through_a_kill_at_any_write) {
@@ -344,5 +338,5 @@ TEST_F(storage_script, comes_through_a_kill_at_any_write) {
         });
     }
     EXPECT_GT(write, 30);
-    EXPECT_EQ(query("SELECT saved, removed, set_aside FROM accounts"), "3|1|0\n");
+    EXPECT_EQ(query("SELECT saved, removed, set_aside FROM accounts"), "3|1|0");
 }

@@ -48,6 +48,12 @@ std::string pki_dir() {
     return TEV_PKI_DIR;
 }
 
+std::string query(const std::string& sql) {
+    child_process sqlite({"sqlite3", "-bail", data_dir() / "db_reports", sql});
+    EXPECT_EQ(sqlite.wait(), 0) << sqlite.output();
+    return sqlite.output().substr(0, sqlite.output().find_last_not_of('\n') + 1);
+}
+
 pass::pass(child_process& agent) : status(agent.wait()), peak_kib(agent.peak_kib) {
     for (const std::string& line : lines_of(agent.output())) {
         log.push_back(message_in(line));
@@ -136,14 +142,14 @@ strings pass_test::requests() const {
 
 strings pass_test::agent() {
     write_text(data_dir() / "config" / "config.def", reporter::json_styled(config));
-    return joined({"env", "no_proxy=127.0.0.1", "LD_PRELOAD=" + pause_preload()},
+    return joined({"env", "no_proxy=127.0.0.1", "LD_PRELOAD=" + skip_pauses()},
                   built_program(TEV_AGENT));
 }
 
-std::string pause_preload() {
-    const auto link = scratch_root() / "pause_preload.so";
+std::string skip_pauses() {
+    const auto link = scratch_root() / "skip_pauses.so";
     std::error_code there_already;
-    std::filesystem::create_symlink(TEV_PAUSE_PRELOAD, link, there_already);
+    std::filesystem::create_symlink(TEV_SKIP_PAUSES, link, there_already);
     return link;
 }
 
@@ -162,12 +168,6 @@ void pass_test::expect(const std::string& line, int left) {
     SCOPED_TRACE(line);
     EXPECT_EQ(run_pass().missing({line}), "");
     EXPECT_EQ(stored(), left);
-}
-
-std::string pass_test::query(const std::string& sql) {
-    child_process sqlite({"sqlite3", "-bail", data_dir() / "db_reports", sql});
-    EXPECT_EQ(sqlite.wait(), 0) << sqlite.output();
-    return sqlite.output().substr(0, sqlite.output().find_last_not_of('\n') + 1);
 }
 
 Json::Value pass_test::stats() {

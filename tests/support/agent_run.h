@@ -22,7 +22,10 @@ strings lines_of(const std::string& text);
 std::string pki_dir();
 
 /// Path of the stand-in for pauses, without the blanks at which the loader would split it.
-std::string pause_preload();
+std::string skip_pauses();
+
+/// What the sqlite3 command answers about the store.
+std::string query(const std::string& sql);
 
 /// How one life of the agent went.
 struct pass {
@@ -63,8 +66,6 @@ protected:
     /// One life that writes the line and leaves so many reports in the store.
     void expect(const std::string& line, int left);
 
-    /// What the sqlite3 command answers.
-    static std::string query(const std::string& sql);
     static int stored() { return std::stoi(query("SELECT count(*) FROM reports")); }
     /// The statistics file; null when there is none.
     static Json::Value stats();

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
 #include <mutex>
 #include <utility>
 
@@ -27,12 +28,10 @@ recording& recorded() {
 }
 
 std::string formatted(const char* format, va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, format, again)), '\0');
-    va_end(again);
-    std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    return text;
+    char* text = nullptr;
+    const int size = vasprintf(&text, format, arguments);
+    const std::unique_ptr<char, decltype(&std::free)> owner(text, std::free);
+    return {text, static_cast<std::size_t>(size)};
 }
 
 }  // namespace

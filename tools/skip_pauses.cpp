@@ -1,7 +1,7 @@
-// In front of the agent's nanosleep: pauses are counted and take no time, and the one numbered
-// TEV_SIGNAL_AT (from 1) says "signal" and raises signal TEV_SIGNAL. One that can be handled comes
-// once there is a handler, and within a pause of full length.
-// And in front of the resolver, which never answers.
+// Put in front of an agent (LD_PRELOAD) for tests and measurements: its pauses take no time, and
+// the one numbered TEV_SIGNAL_AT (from 1) says "signal" and raises signal TEV_SIGNAL. A signal that
+// can be handled comes once there is a handler, and within a pause of full length. Names do not
+// resolve: the resolver never answers, so that a stop can be seen to end that, too.
 #include <netdb.h>
 #include <unistd.h>
 
@@ -13,7 +13,7 @@
 namespace {
 
 int number_in(const char* variable) {
-    const char* text = std::getenv(variable);
+    const char* text = std::getenv(variable);  // NOLINT(concurrency-mt-unsafe): nothing is set
     return text != nullptr ? std::atoi(text) : 0;
 }
 
@@ -43,9 +43,4 @@ extern "C" int getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**
     for (;;) {
         pause();
     }
-}
-
-// The address sanitizer wants to come first, and this library does.
-extern "C" const char* __asan_default_options() {
-    return "verify_asan_link_order=0";
 }
