@@ -88,9 +88,9 @@ void reset_device() {
 void install_plugin() {
     const std::pair<const char*, const char*> files[] = {
         {"config/config.def", "config/config.def"},
-        {"scripts/processor_extension_V1.lua", "lua/processor_extension_V1.lua"},
-        {"scripts/lib/json.lua", "lib/lua/json.lua"},
-        {"scripts/lib/sqlite3.lua", "lib/lua/sqlite3.lua"}};
+        {TEV_STORAGE_SCRIPT, "lua/processor_extension_V1.lua"},
+        {"lua/lib/json.lua", "lib/lua/json.lua"},
+        {"lua/lib/sqlite3.lua", "lib/lua/sqlite3.lua"}};
     for (const auto& [source, target] : files) {
         write_text(data_dir() / target, read_text(source_dir() / source));
     }

@@ -14,6 +14,7 @@ sqlite3 = {}
 -- Opens (and creates) a database file. A statement waits up to busy_wait_ms for other clients' locks.
 -- Every function of the returned table raises SQLite's message when it fails. The arguments after a
 -- statement are put into it by string.format and must be safe there: the binding binds no values.
+-- Integers beyond Lua's integer type are narrowed: let SQL turn those into floats or text.
 function sqlite3.open(path, busy_wait_ms)
   local connection = check(environment:connect(path))
   local database = {}
@@ -24,15 +25,27 @@ function sqlite3.open(path, busy_wait_ms)
     return check(connection:execute(string.format(sql, ...)))
   end
 
-  -- Calls visit(row) for each row of a query; the table is used again for the next row, and visit must
-  -- not fail. Integers beyond Lua's integer type are narrowed: let SQL cast those to text.
+  -- Calls visit(row) for each row of a query, a table by column name; visit must not fail.
   function database.each(visit, sql, ...)
     local cursor = database.execute(sql, ...)
     if type(cursor) == "number" then return end
-    local row, message = cursor:fetch({}, "n")
+    local row, message = cursor:fetch({}, "a")
     while row do
       visit(row)
-      row, message = cursor:fetch(row, "n")
+      row, message = cursor:fetch({}, "a")
+    end
+    cursor:close()
+    check(not message, message)
+  end
+
+  -- The same for the first column alone, which must not be NULL: calls visit(value).
+  function database.values(visit, sql, ...)
+    local cursor = database.execute(sql, ...)
+    if type(cursor) == "number" then return end
+    local value, message = cursor:fetch()
+    while value do
+      visit(value)
+      value, message = cursor:fetch()
     end
     cursor:close()
     check(not message, message)
@@ -41,14 +54,15 @@ function sqlite3.open(path, busy_wait_ms)
   -- The first row of a query, or nil.
   function database.row(sql, ...)
     local first
-    database.each(function(row) first = first or { unpack(row, 1, 16) } end, sql, ...)
+    database.each(function(row) first = first or row end, sql, ...)
     return first
   end
 
   -- The first value of a query as a number, or nil.
   function database.number(sql, ...)
-    local row = database.row(sql, ...)
-    return row and tonumber(row[1])
+    local first
+    database.values(function(value) first = first or tonumber(value) end, sql, ...)
+    return first
   end
 
   -- Rolls back what is open and lets go of the file. Never fails.

@@ -1,0 +1,122 @@
+-- Batches, and which reports are alike.
+--
+-- Ids only grow. Reports stored one after the other for the same dispatch time form a batch: a range of
+-- ids, their time and a seal. Listing a time seals its batches by one flag in each, and a later report
+-- begins a new batch of that time. So neither sealing nor moving a time that a wrong clock has set touches
+-- the reports themselves.
+
+-- Bytes of the largest content that is looked into for caller and file hash.
+local PARSED_SIZE = 1048576
+
+local function batch_key(time)
+  return BATCH_BASE + time * BATCHES
+end
+
+local function time_of(batch)
+  return math.floor((batch - BATCH_BASE) / BATCHES)
+end
+
+local function batches_of(time)
+  return string.format("batch BETWEEN %.0f AND %.0f", batch_key(time), batch_key(time + 1) - 1)
+end
+
+-- The key for one more batch of a time, in SQL.
+local function next_batch(time)
+  return string.format("(SELECT coalesce(max(batch) + 1, %.0f) FROM batches WHERE %s)", batch_key(time),
+    batches_of(time))
+end
+
+-- The state of the store, with the newest batch while it takes reports.
+local function read_state()
+  local state = database.row("SELECT " .. wide("next_id, latest_day, listed_days, newest_batch, sealed")
+    .. " FROM accounts LEFT JOIN batches ON batch = newest_batch WHERE one = 1")
+  state.open = state.sealed == 0
+  return state
+end
+
+-- What is due at once shares the time of its open batch, so that it aggregates and the times stay few.
+local function dispatch_time(state, now)
+  local last = state.open and time_of(state.newest_batch)
+  if last and last <= now and read_schedule().period == 0 then return last end
+  return next_dispatch_time(now)
+end
+
+-- The newest batch if it takes reports of this time, or else a new one, which ends the range of the former.
+local function batch_for(state, time)
+  if state.open and time_of(state.newest_batch) == time then return state.newest_batch end
+  database.execute("UPDATE batches SET last_id = %.0f WHERE batch = %.0f", state.next_id - 1, state.newest_batch)
+  local batch = database.number("SELECT %s + 0.0", next_batch(time))
+  database.execute("INSERT INTO batches(batch, first_id, last_id) VALUES(%.0f, %.0f, %.0f)", batch, state.next_id,
+    NO_LAST_ID)
+  account("newest_batch = %.0f", batch)
+  return batch
+end
+
+-- Keys of `alike` are 60 bits of a hash after a digit that tells the two kinds apart: text in Lua.
+local function like_key(report, time)
+  if report.aggregationid == 0 then return nil end
+  local parts = { whole(time), report.module, report.type, whole(report.aggregationid) }
+  return "0x5" .. string.sub(sha256(table.concat(parts, " ")), 1, 15)
+end
+
+local function file_key(caller, filehash)
+  return "0x6" .. string.sub(sha256(sha256(caller) .. sha256(filehash)), 1, 15)
+end
+
+-- The file key of a content that is a JSON object with both names. Most contents lack them and are not
+-- parsed, nor is one whose parsed form would take too much memory; one nested beyond the parser's depth
+-- counts as no JSON.
+local function file_key_of(content)
+  if #content > PARSED_SIZE or not string.find(content, "^%s*{")
+    or not string.find(content, '"caller"', 1, true) or not string.find(content, '"filehash"', 1, true) then
+    return nil
+  end
+  local read, object = pcall(json.decode, content)
+  if not read or type(object.caller) ~= "string" or type(object.filehash) ~= "string" then return nil end
+  return file_key(object.caller, object.filehash)
+end
+
+-- Id and count of the newest report under a key, nil when it is sealed or gone.
+local function find_alike(key, condition)
+  return database.row("SELECT reports.id + 0.0 AS id, count + 0.0 AS count FROM alike "
+    .. "CROSS JOIN batches ON batches.batch = alike.batch AND sealed = 0 "
+    .. "CROSS JOIN reports ON reports.id = alike.id AND reports.id BETWEEN first_id AND last_id "
+    .. "WHERE key = " .. key .. condition)
+end
+
+local function join(id, now)
+  database.execute("UPDATE reports SET count = count + 1, last_time = %.0f WHERE id = %.0f", now, id)
+  account("saved = saved + 1, joined = joined + 1")
+end
+
+-- Deletes a report and adds its occurrences to an account; returns their number, 0 without a report.
+local function delete_report(id, name)
+  local report = database.row("SELECT count + 0.0 AS count, like_key || '' AS like, file_key || '' AS file "
+    .. "FROM reports WHERE id = %.0f", id)
+  if not report then return 0 end
+  for _, key in pairs({ report.like, report.file }) do
+    database.execute("DELETE FROM alike WHERE key = %s AND id = %.0f", key, id)
+  end
+  database.execute("DELETE FROM contents WHERE id = %.0f", id)
+  database.execute("DELETE FROM reports WHERE id = %.0f", id)
+  account("%s = %s + %.0f", name, name, report.count)
+  return report.count
+end
+
+-- Deletes the reports that next_id names, one after the other, until so many pages are free or it names none.
+-- Returns how many went, and with how many occurrences.
+local function drop(next_id, wanted, name)
+  local reports, occurrences = 0, 0
+  while free_pages() < wanted do
+    local id = next_id()
+    if not id then break end
+    reports, occurrences = reports + 1, occurrences + delete_report(id, name)
+  end
+  return { reports = reports, occurrences = occurrences }
+end
+
+local function tell(dropped, reason)
+  if not dropped or dropped.reports == 0 then return end
+  WARN("dropped for " .. reason .. ": " .. dropped.reports .. " reports, " .. whole(dropped.occurrences)
+    .. " occurrences")
+end

@@ -1,0 +1,229 @@
+-- The care of the file: opening, its bound, the journal's room, shrinking, setting aside, transactions.
+
+-- How long a call waits for another SQLite client before it fails with "database is locked".
+local BUSY_WAIT_MS = 2000
+
+-- Pages of the smallest bound that is of use; a smaller "db_max_size" counts as this.
+local LEAST_LIMIT = 64
+
+-- Pages that a store without reports holds: the header, the pointer map and the root of each table.
+local EMPTY_PAGES = 7
+
+-- Free pages that stay in the file for the next saves.
+local SHRINK_KEEP = 8
+
+-- Pages given back to the file system by one transaction, and how many of these may follow a call.
+local SHRINK_STEP, SHRINK_ROUNDS = 16, 2
+
+local FOREIGN = "not a report store: "
+
+local function is_full(message)
+  return string.find(message, "database or disk is full", 1, true) ~= nil
+end
+
+-- Only these mean that the file will never serve again. Busy, full, read-only and failing disks pass.
+local function is_damage(message)
+  return string.find(message, "malformed", 1, true) ~= nil or string.find(message, "not a database", 1, true) ~= nil
+end
+
+local function is_foreign(message)
+  return string.find(message, FOREIGN, 1, true) ~= nil
+end
+
+-- The bound of the file in pages, 0 for none.
+local function page_limit()
+  local size = unsigned(DB_MAX_SIZE)
+  return size > 0 and math.max(math.floor(size / PAGE_SIZE), LEAST_LIMIT) or 0
+end
+
+local function page_count()
+  return database.number("PRAGMA page_count")
+end
+
+local function free_pages()
+  return database.number("PRAGMA freelist_count")
+end
+
+-- The binding begins this statement twice, which gives back one page more.
+local function vacuum(pages)
+  database.each(function() end, "PRAGMA incremental_vacuum(%d)", pages)
+end
+
+-- Pages that the journal of a removal, a seal or a shrinking step holds at most, in a file of so many pages.
+-- A removal writes the header, the accounts and, on four ways down a tree, the root and up to three pages on
+-- each of three levels. To give back a page writes that page, its parent and the page before it. Of the pages
+-- that a content frees only those become part of the journal that the free list takes as trunks (each lists
+-- others, four bytes apiece), with the pointer maps (five bytes for a page). A file of up to 16 MiB needs
+-- 250 KiB.
+local function journal_need(file_pages)
+  local bound = 4096
+  while bound < file_pages do bound = bound * 2 end
+  local lists = math.ceil(bound / (PAGE_SIZE / 4 - 8)) + math.ceil(bound / math.floor(PAGE_SIZE / 5))
+  return lists + 2 + math.max(4 * (1 + 3 * 3), 3 * (SHRINK_STEP + 1))
+end
+
+-- Grows the journal file to that need; it stays so, as the mode PERSIST overwrites it in place. So a full disk
+-- stops neither removals nor seals. To get a transaction that saves so many pages, a filler is written and
+-- then deleted under secure_delete, which saves and wipes each of its pages; they are given back at once.
+local function grow_journal(pages)
+  database.number("PRAGMA max_page_count = 1073741823")
+  database.execute("BEGIN IMMEDIATE")
+  account("journal_pages = 0")
+  database.execute("REPLACE INTO contents VALUES(1, 0, x'', zeroblob(%d))", pages * PAGE_SIZE)
+  database.execute("COMMIT")
+  database.number("PRAGMA secure_delete = ON")
+  database.execute("BEGIN IMMEDIATE")
+  database.execute("DELETE FROM contents WHERE id = 1")
+  account("journal_pages = %d", pages)
+  database.execute("COMMIT")
+  vacuum(pages)
+end
+
+-- Pages that the journal has room for.
+local room
+
+-- Sees to the journal's room for a file of so many pages, and to the bound of the file. Returns SQLite's
+-- message when the disk has no room.
+local function keep_bounds(file_pages)
+  local need, grown, message = journal_need(file_pages), true, nil
+  database.number("PRAGMA journal_size_limit = %d", (math.max(need, room) + 8) * (PAGE_SIZE + 8))
+  if room < need then grown, message = pcall(grow_journal, need) end
+  if grown then room = math.max(need, room) else pcall(database.execute, "ROLLBACK") end
+  database.number("PRAGMA secure_delete = OFF")
+  database.number("PRAGMA max_page_count = %d", page_limit())
+  return message
+end
+
+-- A rollback journal, since the connection is closed after nearly every call: a write-ahead log is written
+-- back and deleted with the last connection, which costs more syncs than it saves and keeps no room. FULL
+-- makes a commit durable, which here is the synced overwriting of the journal's header.
+-- The first statement that reads the file rolls back what a killed process left. Journal mode cannot be set
+-- before it, but under EXCLUSIVE locking it leaves the journal file in place as well.
+local function connect()
+  database = sqlite3.open(PATH_TO_DB, BUSY_WAIT_MS)
+  database.row("PRAGMA locking_mode = EXCLUSIVE")
+  database.row("PRAGMA journal_mode = PERSIST")
+  database.row("PRAGMA locking_mode = NORMAL")
+  database.row("PRAGMA synchronous = FULL")
+  database.row("PRAGMA temp_store = MEMORY")
+  database.row("PRAGMA cache_size = -256")
+end
+
+-- Refuses what is not this script's store, and brings what is to the newest version.
+local function recognise()
+  local version = database.number("PRAGMA user_version")
+  if page_count() == 0 then
+    version = 0
+  elseif database.number("PRAGMA application_id") ~= APPLICATION_ID then
+    error(FOREIGN .. "another application's", 0)
+  end
+  if version > #VERSIONS then
+    error("of version " .. version .. ", newer than this script's " .. #VERSIONS, 0)
+  elseif version < #VERSIONS then
+    migrate(version)
+  end
+  local complete, message = pcall(database.row, USED)
+  if not complete then error((string.gsub(message, "^no such ", FOREIGN .. "%0")), 0) end
+end
+
+-- Opens the database when need be. The journal is looked for at each call, as another SQLite client that
+-- writes deletes it. A store without its room still lists and reads, and removes as far as the disk allows.
+local function open()
+  local journal = exists(PATH_TO_DB .. "-journal")
+  if database and journal then return end
+  if not database then
+    connect()
+    recognise()
+  end
+  local kept = database.number("SELECT journal_pages FROM accounts WHERE one = 1")
+  if not kept then
+    database.execute("BEGIN IMMEDIATE")
+    begin_accounts()
+    database.execute("COMMIT")
+  end
+  room = journal and kept or 0
+  local message = keep_bounds(page_count())
+  if message and is_damage(message) then error(message, 0) end
+end
+
+local function close()
+  if database then database.close() end
+  database = nil
+end
+
+-- Pages to give back: what is free beyond the bound, or all but some once a quarter of the file is free.
+local function surplus()
+  local free, pages, limit = free_pages(), page_count(), page_limit()
+  if limit > 0 and pages > limit then return math.min(free, pages - limit) end
+  return free * 4 >= pages and free - SHRINK_KEEP or 0
+end
+
+local function shrink()
+  for _ = 1, SHRINK_ROUNDS do
+    local pages = math.min(surplus(), SHRINK_STEP)
+    if pages < 1 then return end
+    database.execute("BEGIN IMMEDIATE")
+    vacuum(pages)
+    database.execute("COMMIT")
+  end
+end
+
+-- Runs body in a transaction. Shrinking comes behind it, as it must not fail what is done.
+local function transaction(body)
+  database.execute("BEGIN IMMEDIATE")
+  local result = body()
+  database.execute("COMMIT")
+  if not pcall(shrink) then pcall(database.execute, "ROLLBACK") end
+  return result
+end
+
+-- A name for a database that has to make way, or nil for a damaged one when one is kept already.
+local function name_aside(damaged)
+  local name, number = REPORTER_DATA_DIR .. "db_reports.broken", 0
+  if damaged then return not exists(name) and name or nil end
+  repeat
+    number = number + 1
+    name = REPORTER_DATA_DIR .. "db_reports.foreign." .. number
+  until not exists(name)
+  return name
+end
+
+-- Makes way for a fresh database. What SQLite can read is always kept; of damaged ones the first, for an
+-- examination. The journal goes first: a fresh database beside an old journal could take it for its own.
+local function set_aside(message)
+  local known, times = pcall(function() return database.number("SELECT set_aside FROM accounts WHERE one = 1") end)
+  times_set_aside = (known and times or times_set_aside) + 1
+  close()
+  local kept = name_aside(is_damage(message))
+  ERROR("report store is set aside, " .. (kept and "kept as " .. kept or "not kept") .. ": " .. message)
+  local suffixes = { "-journal", "-wal", "-shm", "" }
+  for at = 1, #suffixes do
+    local path = PATH_TO_DB .. suffixes[at]
+    if not kept then
+      os.remove(path)
+    elseif exists(path) then
+      local moved, reason = os.rename(path, kept .. suffixes[at])
+      if not moved then error(reason, 0) end
+    end
+  end
+end
+
+-- Runs one call, and once more on a fresh database when the present one turns out damaged or foreign. After a
+-- failure nothing half done stays: the connection is closed.
+local function serve(operation, ...)
+  local arguments = { ... }
+  local function attempt()
+    open()
+    return operation(unpack(arguments))
+  end
+  local done, result = pcall(attempt)
+  if not done and (is_damage(result) or is_foreign(result)) then
+    done, result = pcall(set_aside, result)
+    if done then done, result = pcall(attempt) end
+  end
+  if not done then
+    close()
+    error("report store: " .. result, 0)
+  end
+  return result
+end

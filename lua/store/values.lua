@@ -1,0 +1,60 @@
+-- The report store: one SQLite database behind the six functions at the end, which the agent calls
+-- (docs/storage_script.md). The interpreter is rebuilt several times per pass, so loading this text does
+-- nothing yet: the first call opens the database, which stays open while the interpreter lives. Every call
+-- comes under an inter-process lock of the agent; SQLite's own locks matter only against other programs, such
+-- as a technician's shell.
+--
+-- The build joins the files of lua/store/ in the order that lua/CMakeLists.txt gives. This one has what all
+-- of them need: numbers and settings.
+
+local HOUR, DAY = 3600, 86400
+
+-- 2026-10-01, seconds since 1970: the first release, never to be raised. A clock that shows less was never set.
+local FIRST_RELEASE = 1790812800
+
+-- The device's Lua integers have 32 bits with a sign: what the agent narrowed is widened again.
+local function unsigned(number)
+  return number < 0 and number + 4294967296 or number
+end
+
+local function whole(number)
+  return string.format("%.0f", number)
+end
+
+-- Columns that come as numbers of full width: as floats, which are exact up to 2^53. A query orders by
+-- table.column, since a column alone then means the float, which no key serves.
+local function wide(names)
+  return (string.gsub(names, "[%w_]+", "%0 + 0.0 AS %0"))
+end
+
+local function exists(path)
+  return (os.rename(path, path)) ~= nil
+end
+
+-- CONFIG has the comments of its file, which are no JSON. Once quotes and backslashes within strings are
+-- written as numbers, a string ends at the next quote.
+local function strip_comments(text)
+  text = string.gsub(text, '\\(["\\])', { ['"'] = "\\u0022", ["\\"] = "\\u005c" })
+  local kept, at = {}, 1
+  while at <= #text do
+    local last = select(2, string.find(text, "^//[^\n]*", at)) or select(2, string.find(text, "^/%*.-%*/", at))
+    if not last then
+      last = select(2, string.find(text, '^"[^"]*"', at)) or select(2, string.find(text, '^[^"/]+', at)) or at
+      kept[#kept + 1] = string.sub(text, at, last)
+    end
+    at = last + 1
+  end
+  return table.concat(kept)
+end
+
+local settings
+
+-- A number of CONFIG's "processor" object, 0 when it is absent or not positive.
+local function setting(name)
+  if not settings then
+    local read, root = pcall(json.decode, strip_comments(CONFIG))
+    settings = read and type(root) == "table" and type(root.processor) == "table" and root.processor or {}
+  end
+  local value = settings[name]
+  return type(value) == "number" and value > 0 and math.floor(value) or 0
+end
