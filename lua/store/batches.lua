@@ -41,10 +41,13 @@ local function dispatch_time(state, now)
   return next_dispatch_time(now)
 end
 
--- The newest batch if it takes reports of this time, or else a new one, which ends the range of the former.
+-- The newest batch if it takes reports of this time, or else a new one, which ends the range of the former and
+-- the stay of those that dropping for space has emptied.
 local function batch_for(state, time)
   if state.open and time_of(state.newest_batch) == time then return state.newest_batch end
   database.execute("UPDATE batches SET last_id = %.0f WHERE batch = %.0f", state.next_id - 1, state.newest_batch)
+  database.execute("DELETE FROM batches WHERE batch >= %.0f AND last_id < (SELECT id FROM reports WHERE id > 0 "
+    .. "ORDER BY id LIMIT 1)", BATCH_BASE)
   local batch = database.number("SELECT %s + 0.0", next_batch(time))
   database.execute("INSERT INTO batches(batch, first_id, last_id) VALUES(%.0f, %.0f, %.0f)", batch, state.next_id,
     NO_LAST_ID)

@@ -53,11 +53,11 @@ end
 -- A removal writes the header, the accounts and, on four ways down a tree, the root and up to three pages on
 -- each of three levels. To give back a page writes that page, its parent and the page before it. Of the pages
 -- that a content frees only those become part of the journal that the free list takes as trunks (each lists
--- others, four bytes apiece), with the pointer maps (five bytes for a page). A file of up to 16 MiB needs
--- 250 KiB.
+-- others, four bytes apiece), with the pointer maps (five bytes for a page). These are reckoned for at least twice
+-- the file, so that it does not outgrow them in one save: 260 KiB in all for a file of up to 8 MiB.
 local function journal_need(file_pages)
   local bound = 4096
-  while bound < file_pages do bound = bound * 2 end
+  while bound < 2 * file_pages do bound = bound * 2 end
   local lists = math.ceil(bound / (PAGE_SIZE / 4 - 8)) + math.ceil(bound / math.floor(PAGE_SIZE / 5))
   return lists + 2 + math.max(4 * (1 + 3 * 3), 3 * (SHRINK_STEP + 1))
 end
@@ -79,16 +79,12 @@ local function grow_journal(pages)
   vacuum(pages)
 end
 
--- Pages that the journal has room for.
-local room
-
--- Sees to the journal's room for a file of so many pages, and to the bound of the file. Returns SQLite's
--- message when the disk has no room.
-local function keep_bounds(file_pages)
-  local need, grown, message = journal_need(file_pages), true, nil
+-- Sees to the journal's room, and to the bound of the file. Returns SQLite's message when the disk has no room.
+local function keep_bounds(room)
+  local need, grown, message = journal_need(page_count()), true, nil
   database.number("PRAGMA journal_size_limit = %d", (math.max(need, room) + 8) * (PAGE_SIZE + 8))
   if room < need then grown, message = pcall(grow_journal, need) end
-  if grown then room = math.max(need, room) else pcall(database.execute, "ROLLBACK") end
+  if not grown then pcall(database.execute, "ROLLBACK") end
   database.number("PRAGMA secure_delete = OFF")
   database.number("PRAGMA max_page_count = %d", page_limit())
   return message
@@ -141,8 +137,7 @@ local function open()
     begin_accounts()
     database.execute("COMMIT")
   end
-  room = journal and kept or 0
-  local message = keep_bounds(page_count())
+  local message = keep_bounds(journal and kept or 0)
   if message and is_damage(message) then error(message, 0) end
 end
 

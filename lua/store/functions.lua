@@ -9,15 +9,6 @@ local function pages_for(length)
   return own + math.ceil(own / math.floor(PAGE_SIZE / 5)) + 20
 end
 
--- Sees to the journal's room before the file grows by this report.
-local function prepare_growth(report)
-  local limit = page_limit()
-  local pages = page_count() + pages_for(#report.content * 1.4)
-  if limit > 0 then pages = math.min(pages, limit) end
-  local message = journal_need(pages) > room and keep_bounds(pages)
-  if message then error(message, 0) end
-end
-
 local function oldest_report()
   return database.number("SELECT id + 0.0 FROM reports WHERE id > 0 ORDER BY id LIMIT 1")
 end
@@ -51,7 +42,6 @@ local function insert_report(state, report, new)
 end
 
 local function store_report(report)
-  prepare_growth(report)
   local dropped
   local id = transaction(function()
     local state, new = read_state(), { now = get_timestamp() }
@@ -96,17 +86,16 @@ local SURVEY = "SELECT " .. wide("batch, first_id, last_id, sealed, day") .. " F
 -- moves to the next regular time, and its range of ids ends here.
 local function survey(now, first_day)
   local latest, times, mend, aged = next_dispatch_time(now), {}, {}, {}
+  local function end_batch(statement, batch)
+    mend[#mend + 1] = string.format(statement .. " WHERE batch = %.0f", batch)
+    mend[#mend + 1] = string.format("UPDATE accounts SET newest_batch = 0 WHERE one = 1 AND newest_batch = %.0f", batch)
+  end
   database.each(function(row)
     local time = time_of(row.batch)
-    if not row.day then
-      mend[#mend + 1] = "DELETE FROM batches WHERE batch = " .. whole(row.batch)
-      return
-    end
+    if not row.day then return end_batch("DELETE FROM batches", row.batch) end
     if time > latest and now >= FIRST_RELEASE then
-      mend[#mend + 1] = string.format("UPDATE batches SET batch = %s, last_id = min(last_id, "
-        .. "(SELECT next_id - 1 FROM accounts WHERE one = 1)) WHERE batch = %.0f", next_batch(latest), row.batch)
-      mend[#mend + 1] = string.format("UPDATE accounts SET newest_batch = 0 WHERE one = 1 AND newest_batch = %.0f",
-        row.batch)
+      end_batch("UPDATE batches SET batch = " .. next_batch(latest)
+        .. ", last_id = min(last_id, (SELECT next_id - 1 FROM accounts WHERE one = 1))", row.batch)
     end
     if row.sealed == 1 and row.day < first_day then aged[#aged + 1] = row end
     if times[#times] ~= time then times[#times + 1] = time end
