@@ -106,6 +106,22 @@ TEST_F(sending, takes_what_is_due_to_the_server) {
     EXPECT_EQ(counted("removed"), R"({"-":3,"-5":1})");
 }
 
+TEST_F(sending, works_with_the_small_script) {
+    write_text(data_dir() / "lua" / "processor_extension_V1.lua",
+               read_text(source_dir() / "examples" / "small_store.lua"));
+    save({-5, 1, {0, 255, '\'', '%'}, 4294967295});
+    save({7, 2, {}, 0});
+    use_collector({"--answer", "* reports codes=200,503"});
+    expect("I codes: 2", 1);
+    EXPECT_EQ(received().at(0)["aggregationid"].asUInt(), 4294967295);
+    use_collector();
+    expect("I codes: 1", 0);
+    EXPECT_EQ(received().at(0)["module"].asInt(), 7);
+    EXPECT_EQ(counted("removed"), R"({"-5":1,"7":1})");
+    save(1);
+    EXPECT_EQ(query("SELECT id FROM reports"), "3");
+}
+
 TEST_F(sending, cuts_chunks_below_the_limit) {
     save(3);
     sender()["max_body_size"] = 1;
