@@ -27,7 +27,7 @@ local function as_json(report)
     content = base64_encode(deflate(report.content)),
     first_time = now,
     last_time = now,
-    uid = database.row("SELECT lower(hex(randomblob(16)))")[1],
+    uid = database.row("SELECT lower(hex(randomblob(16))) AS uid").uid,
   })
 end
 
@@ -45,14 +45,14 @@ function get_all_dispatch_times() return { 0 } end
 function get_ids_by_dispatch_time()
   local ids = {}
   open()
-  database.each(function(row) ids[#ids + 1] = row[1] end, "SELECT id FROM reports ORDER BY id")
+  database.values(function(id) ids[#ids + 1] = id end, "SELECT id FROM reports ORDER BY id")
   return ids
 end
 
 function get_report_as_json_by_id(id)
   open()
   local row = database.row("SELECT json FROM reports WHERE id = %d", id)
-  return row and row[1] or error("unknown report id: " .. id, 0)
+  return row and row.json or error("unknown report id: " .. id, 0)
 end
 
 function remove_report_by_id(id)
