@@ -151,6 +151,7 @@ judge() {
 
 begin
 tools/install-packages build
+check_device_root "all is slower, nothing is left out"
 build_preset release tev_reporter_main report-source collector
 step "Make a device" make_device
 

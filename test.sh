@@ -25,6 +25,13 @@ fuzz() {
     grep 'tests passed' "$log_directory/fuzz-for-ten-seconds-each.log" | sed 's/tests/fuzz targets/'
 }
 
+# CTest names what is skipped; the reasons are in its log.
+why_skipped() {
+    awk 'skipped { ++count[$0] }
+        { skipped = /: Skipped$/ }
+        END { for (reason in count) printf "Skipped, %d: %s\n", count[reason], reason }' "$1"
+}
+
 [[ $# -gt 0 ]] && fuzz_too=false || fuzz_too=true
 preset=debug
 while [[ $# -gt 0 ]]; do
@@ -47,6 +54,7 @@ while [[ $# -gt 0 ]]; do
 done
 
 tools/install-packages build test
+check_device_root "what mounts is skipped, no leaks are looked for"
 targets=()
 case $preset in
     fuzz)
@@ -67,5 +75,6 @@ fi
 [[ $preset != coverage ]] || find build/coverage -name '*.gcda' -delete
 status=0
 ctest --preset "$preset" --parallel "$(nproc)" "$@" || status=$?
+why_skipped "build/$preset/Testing/Temporary/LastTest.log"
 [[ $preset != coverage ]] || tools/coverage build/coverage
 exit "$status"

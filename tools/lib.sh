@@ -63,6 +63,14 @@ build_preset() {
     step "Build $preset" cmake --build "build/$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
 
+# Says what it means where device roots are made by proot; ends the script where they cannot be made.
+check_device_root() {
+    local way
+    way=$(tools/device-root --way) || exit
+    [[ $way != proot ]] ||
+        printf 'Device roots are made by proot, as bubblewrap cannot work here: %s\n' "$1"
+}
+
 # The packages that a section of packages.txt lists, one a line.
 packages_of() {
     local list

@@ -24,6 +24,7 @@ const char* const ON_A_SMALL_DISK = R"(set -eu
     cp -a "$data"/. "$kept")";
 
 TEST_F(full_disk, costs_nothing_that_was_stored) {
+    NEEDS_MOUNTS()
     save(3);
     write_text(data_dir() / "stats", R"({"sent":{"7":40},"first_start_at":"then"})");
     sender()["max_body_size"] = 1;

@@ -298,6 +298,7 @@ TEST_F(storage_script, leaves_a_file_that_may_serve_again) {
     std::filesystem::remove(file);
     fill(5, 1000);
     sound = read_text(file);
+    NEEDS_MOUNTS()
     child_process source(joined({"bwrap", "--dev-bind", "/", "/", "--ro-bind", data_dir(),
                                  data_dir(), "sh", "-c", "echo '{\"size\": 1}' | \"$@\"", "sh"},
                                 built_program(TEV_REPORT_SOURCE)));
@@ -316,6 +317,7 @@ TEST_F(storage_script, leaves_a_file_that_may_serve_again) {
 
 // Runs itself again, on a small disk.
 TEST_F(storage_script, makes_do_without_a_free_byte) {
+    NEEDS_MOUNTS()
     const std::string size = "4194304", self = std::filesystem::read_symlink("/proc/self/exe");
     if (std::filesystem::space(data_dir()).capacity != std::stoul(size)) {
         child_process again(

@@ -32,6 +32,11 @@ fs::path scratch_root() {
     return std::getenv("TEV_SCRATCH_ROOT");
 }
 
+bool can_mount() {
+    const char* way = std::getenv("TEV_DEVICE_ROOT_WAY");
+    return way != nullptr && way == std::string("bubblewrap");
+}
+
 fs::path source_dir() {
     return TEV_SOURCE_DIR;
 }

@@ -18,6 +18,15 @@ using messages = std::vector<std::string>;
 /// The scratch directory as the machine sees it, for a second tools/device-root on the same state.
 std::filesystem::path scratch_root();
 
+/// False where tools/device-root has to do without mounts, and so has the test.
+bool can_mount();
+
+/// Skips the rest of a test that mounts, where it cannot.
+#define NEEDS_MOUNTS()                                                               \
+    if (!can_mount()) {                                                              \
+        GTEST_SKIP() << "needs a mount of its own, and bubblewrap cannot work here"; \
+    }
+
 /// The source tree, for what a test takes from it.
 std::filesystem::path source_dir();
 

@@ -50,6 +50,9 @@ TEST_F(files, keep_their_links_and_their_mode_also_where_no_new_one_can_be_made)
     EXPECT_EQ(reporter::read_file(file), bytes);
     fs::permissions(directory, fs::perms(0555));
     setfsuid(1);  // root makes files anywhere
+    if (setfsuid(1) == 0) {
+        GTEST_SKIP() << "root cannot be another user here";
+    }
     reporter::write_file(file + ".link", bytes + bytes);
     reporter::write_file(directory + "/new", bytes);
     setfsuid(geteuid());
