@@ -61,8 +61,8 @@ run_tests() {
 
 [[ $PWD != *[[:space:]]* ]] || fail "pkg-config and the emulator need a tree whose path has no blank"
 tools/install-packages build device
+bwrap --dev-bind / / true || fail "nothing can stand in for bubblewrap here: allow unprivileged user namespaces"
 step "Unpack the system" tools/make-sysroot "$sysroot"
-bwrap --dev-bind / / true || fail "bubblewrap hides sources here, and nothing can stand in for it: allow user namespaces"
 build_preset release collector
 build_preset device-platform platform-substitutes
 step "Make the device's root" make_root
