@@ -1,13 +1,6 @@
 #include "common.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <mutex>
 #include <sstream>
 #include <stdexcept>
@@ -22,40 +15,6 @@ namespace {
 
 [[noreturn]] void throw_unreadable(const std::string& path) {
     throw std::runtime_error(path + " :file doesn't exist");
-}
-
-[[noreturn]] void throw_unwritten(const std::string& path) {
-    throw std::runtime_error(path + " :can't be written");
-}
-
-// True when every byte reached the file system.
-bool write_all(std::ofstream& out, const std::string& content) {
-    out.write(content.data(), static_cast<std::streamsize>(content.size()));
-    out.close();
-    return !out.fail();
-}
-
-void truncate_and_write(const std::string& path, const std::string& content) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (out.is_open() && !write_all(out, content)) {
-        throw_unwritten(path);
-    }
-}
-
-// The path behind symbolic links, so that they are not replaced.
-std::string real_path(const std::string& path) {
-    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
-                                                           std::free);
-    return real != nullptr ? real.get() : path;
-}
-
-// Owner, group and mode; a label of a mandatory access control is that of the process.
-bool take_over_access(const std::string& from, const std::string& to) {
-    struct stat old = {};
-    if (stat(from.c_str(), &old) != 0) {
-        return true;
-    }
-    return chown(to.c_str(), old.st_uid, old.st_gid) == 0 && chmod(to.c_str(), old.st_mode) == 0;
 }
 
 }  // namespace
@@ -93,40 +52,12 @@ bool file_is_equal(const std::string& path, const std::string& content) {
     }
 }
 
-// The new content is written beside the file and renamed over it, so that neither a full disk nor
-// the end of the process in between costs the earlier content. Emptying a file needs no room and is
-// done in place, and so is everything where the directory does not allow the other way.
 void write_file(const std::string& path, const std::string& content) {
-    const std::string target = real_path(path);
-    const std::string temporary = target + ".tmp";
-    std::ofstream out;
-    if (!content.empty()) {
-        out.open(temporary, std::ios::binary | std::ios::trunc);
-    }
-    if (!out.is_open()) {
-        truncate_and_write(target, content);
-        return;
-    }
-    if (!write_all(out, content)) {
-        unlink(temporary.c_str());
-        throw_unwritten(path);
-    }
-    if (!take_over_access(target, temporary) ||
-        std::rename(temporary.c_str(), target.c_str()) != 0) {
-        unlink(temporary.c_str());
-        truncate_and_write(target, content);
-    }
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
 }
 
 void append_to_file(const std::string& path, const std::string& content) {
-    const long long size_before = std::max(size_file(path), 0LL);
-    std::ofstream out(path, std::ios::binary | std::ios::app);
-    if (!out.is_open() || write_all(out, content)) {
-        return;
-    }
-    // Half a record is worse than none.
-    static_cast<void>(!truncate(path.c_str(), static_cast<off_t>(size_before)));
-    throw_unwritten(path);
+    std::ofstream(path, std::ios::binary | std::ios::app) << content;
 }
 
 long long size_file(const std::string& path) {

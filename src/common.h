@@ -18,8 +18,8 @@ std::string read_file_default(const std::string& path, const std::string& fallba
 /// Whether the file can be read and holds exactly `content`.
 bool file_is_equal(const std::string& path, const std::string& content);
 
-/// Replaces the file's content. A file that cannot be opened is left alone without a word; throws
-/// std::runtime_error when the content could not be written, the earlier content then stays.
+/// Empties the file, made if missing, and writes the content into it. A failure does not show: a
+/// file that cannot be opened stays as it was, and on a full disk the file ends early.
 void write_file(const std::string& path, const std::string& content);
 
 /// Adds to the end of the file, made if missing. Fails like write_file.

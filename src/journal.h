@@ -10,12 +10,12 @@ namespace reporter {
 class journal {
 public:
     /// Begins with an empty file at `path`. `max_line_length` is in bytes, the line's end not
-    /// counted. Throws what write_file throws.
+    /// counted.
     journal(const std::string& path, unsigned int max_lines, unsigned int max_line_length);
 
     /// Adds "<local time>::<first>::<second>", cut to the maximum length, line breaks as blanks;
-    /// the oldest line goes when the file is full. A failure is logged, changes no earlier line and
-    /// gives false.
+    /// the oldest line goes when the file is full. A journal that cannot be read is logged and
+    /// gives false; what could not be written does not show.
     bool add(const std::string& first, const std::string& second);
 
     std::string get_path() const { return _path; }

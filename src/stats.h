@@ -18,8 +18,9 @@ public:
     /// Throws std::runtime_error when the lock file is missing; `path` is not touched yet.
     explicit stats(const std::string& path);
 
-    /// Adds `count` to the event `name` of the report's module, in the file. A failure is logged,
-    /// leaves the file as it was and gives false.
+    /// Adds `count` to the event `name` of the report's module, in the file. A failure is logged
+    /// and gives false; what could not be written does not show, and this object counts on from
+    /// what it knows.
     bool add_event(const std::string& name, int count, const report& r);
 
     std::string get_path() const { return _path; }
