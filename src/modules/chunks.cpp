@@ -78,7 +78,7 @@ void report_sender_module_policy::process_cursor(Cursor& cursor) {
                                     << " max chunk size: " << max_size);
         // Kept: a first report at the limit flushes an empty chunk, which uploads nothing. A report
         // is never split or dropped for its size.
-        if (json_size >= max_size || chunk_size >= max_size - json_size) {
+        if (chunk_size + json_size >= max_size) {
             process_chunk(cursor, chunk);
             chunk.clear();
             ++chunk_index;
@@ -118,8 +118,8 @@ void report_sender_module_policy::send_reports(Cursor& cursor, Chunk& chunk) {
         const auto path = _config.get<std::string>("reports_path", "reports");
         const auto [status, answer] = do_post_request(_config, path, body, _stopped);
         const Json::Value response = status == status_ok ? parse_response(answer) : Json::Value();
-        for (const Json::Value& element : get_body(response)) {
-            const int code = read_number<int>(element);
+        for (const Json::Value& element : response["body"]) {
+            const int code = element.asInt();
             if (code == static_cast<int>(code_taken)) {
                 REPORTER_INFO("some_report_was_sent: 0");
             }

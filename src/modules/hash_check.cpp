@@ -52,7 +52,7 @@ std::vector<unsigned int> get_known_ids(const Reports& reports,
     std::vector<unsigned int> known;
     std::size_t idx = 0;
     for (const Json::Value& element : states) {
-        const auto state = read_number<unsigned int>(element);
+        const unsigned int state = element.asUInt();
         REPORTER_INFO("idx: " << idx << " state: " << state);
         if (state == server_has_it && idx < filtered.size()) {
             const auto& report = reports[filtered[idx]];
@@ -101,7 +101,7 @@ void report_sender_module_policy::check_hashes(Cursor& cursor, Reports& reports)
         }
         const Json::Value response = parse_response(answer);
         REPORTER_INFO("filtered_reports::size: " << filtered.size());
-        const auto known = get_known_ids(reports, filtered, get_body(response));
+        const auto known = get_known_ids(reports, filtered, response["body"]);
         const auto removed = cursor.get_db()->remove_reports(known);
         if (!removed.empty()) {
             update_stat(removed, reports);

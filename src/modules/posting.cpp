@@ -16,16 +16,6 @@ namespace {
 
 constexpr unsigned int max_tries = 10;
 
-// What is only counted never keeps a report that the server took in the store: a member that the
-// storage script wrote in some other type counts as absent.
-int int_or_zero(const Json::Value& value) {
-    return value.isConvertibleTo(Json::intValue) ? value.asInt() : 0;
-}
-
-unsigned int uint_or_zero(const Json::Value& value) {
-    return value.isConvertibleTo(Json::uintValue) ? value.asUInt() : 0;
-}
-
 using reports_by_id = std::unordered_map<unsigned int, std::vector<const Json::Value*>>;
 
 // One look at each report instead of one per id and report.
@@ -47,12 +37,6 @@ void count_events(const reports_by_id& index, unsigned int id, const char* event
         const unsigned int most = std::numeric_limits<int>::max();
         add_event(event, static_cast<int>(std::min(count(*report), most)), create_report(*report));
     }
-}
-
-// A fraction is cut by the conversion, so it differs from what it was converted to.
-template <class T>
-T zero_unless_equal(const Json::Value& element, T converted) {
-    return element.isDouble() && element.asDouble() != converted ? 0 : converted;
 }
 
 }  // namespace
@@ -90,25 +74,10 @@ Json::Value parse_response(const std::string& response) {
     }
 }
 
-const Json::Value& get_body(const Json::Value& response) {
-    const Json::Value& body = response["body"];
-    return body.isArray() ? body : Json::Value::nullSingleton();
-}
-
-template <>
-int read_number<int>(const Json::Value& element) {
-    return element.isBool() ? 0 : zero_unless_equal(element, element.asInt());
-}
-
-template <>
-unsigned int read_number<unsigned int>(const Json::Value& element) {
-    return element.isBool() ? 0 : zero_unless_equal(element, element.asUInt());
-}
-
 report create_report(const Json::Value& value) {
     report record;
-    record.module = static_cast<std::int16_t>(int_or_zero(value["module"]));
-    record.type = static_cast<std::int16_t>(int_or_zero(value["type"]));
+    record.module = static_cast<std::int16_t>(value["module"].asInt());
+    record.type = static_cast<std::int16_t>(value["type"].asInt());
     REPORTER_INFO("create_report: " << record.module);
     return record;
 }
@@ -119,7 +88,7 @@ void update_stat(const std::vector<unsigned int>& ids, std::vector<Json::Value> 
     const auto index = index_by_id(reports);
     for (const unsigned int id : ids) {
         count_events(index, id, "sent", [](const Json::Value& report) {
-            return std::max(uint_or_zero(report["count"]), 1U);
+            return std::max(report["count"].asUInt(), 1U);
         });
     }
 }

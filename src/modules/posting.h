@@ -41,23 +41,10 @@ std::pair<int, std::string> do_post_request(const config_helper& config, const s
 /// Throws std::runtime_error "bad response, isn't a json".
 Json::Value parse_response(const std::string& response);
 
-/// The answer's "body", or null when that is no array: nothing but one value per report says
-/// anything about a report. Lives as long as the response. Throws what the JSON library throws for
-/// an answer that is neither an object nor null.
-const Json::Value& get_body(const Json::Value& response);
+// The next three throw what the JSON library throws for a member that is not convertible to an
+// integer.
 
-/// An element of the body as an integer; T is int or unsigned int. 0, which says nothing, for a
-/// truth value or a number with a fraction, which the JSON library would turn into one that does.
-/// Throws what the library throws for what does not convert.
-template <class T>
-T read_number(const Json::Value& element);
-template <>
-int read_number<int>(const Json::Value& element);
-template <>
-unsigned int read_number<unsigned int>(const Json::Value& element);
-
-/// A record with the module and the type of the report's JSON, for the statistics; 0 for what does
-/// not convert.
+/// A record with the module and the type of the report's JSON, for the statistics.
 report create_report(const Json::Value& value);
 
 /// Counts "sent" for every report with one of the ids, its "count" times, at least once.

@@ -8,8 +8,10 @@
 namespace {
 
 bool allows_removal(const Json::Value& code, bool is_post) {
-    const double value = code.isNumeric() ? code.asDouble() : 0;
-    return is_post ? value == 200 || value == 400 : value == 1;
+    if (!is_post) {
+        return code.isConvertibleTo(Json::uintValue) && code.asUInt() == 1;
+    }
+    return code.isConvertibleTo(Json::intValue) && (code.asInt() == 200 || code.asInt() == 400);
 }
 
 // An entry is a report, or the hash of one, which here is its id.
@@ -23,10 +25,12 @@ void judge(int status, const std::string& reply, const Json::Value& entries, boo
            std::set<unsigned int>& allowed) {
     Json::Value response;
     reporter::json_read(status == 200 ? reply : "null", response, reporter::json_comments::skip);
-    const Json::Value codes = response.isObject() ? response["body"] : Json::Value();
+    std::vector<Json::Value> codes;
+    for (const Json::Value& code : response.isObject() ? response["body"] : Json::Value()) {
+        codes.push_back(code);
+    }
     for (Json::ArrayIndex i = 0; i < entries.size(); ++i) {
-        const bool has_code = codes.isArray() && codes.isValidIndex(i);
-        if (has_code ? allows_removal(codes[i], is_post) : is_post && status == 400) {
+        if (i < codes.size() ? allows_removal(codes[i], is_post) : is_post && status == 400) {
             allowed.insert(id_of(entries[i]));
         }
     }

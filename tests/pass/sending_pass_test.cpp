@@ -147,8 +147,8 @@ TEST_F(sending, cuts_chunks_below_the_limit) {
 
 TEST_F(sending, drops_the_reports_whose_hash_is_known) {
     const std::tuple<std::string, std::string, int> answers[] = {
-        {"codes=0,1", "I idx: 1 state: 1", 2},
-        {"codes=1", "I idx: 0 state: 1", 2},
+        {"codes=0,true", "I idx: 1 state: 1", 2},
+        {"codes=1.9", "I idx: 0 state: 1", 2},
         {"codes=1,1,1,2", "I to many states of hashes", 1},
         {"codes=2,4294967295", "I idx: 1 state: 4294967295", 3},
         {"codes=1,[1]", "E Value is not convertible to UInt.*", 3},
