@@ -116,7 +116,7 @@ void report_sender_module_policy::send_reports(Cursor& cursor, Chunk& chunk) {
     if (!chunk.empty() && !_stopped) {
         const std::string body = build_request(chunk);
         const auto path = _config.get<std::string>("reports_path", "reports");
-        const auto [status, answer] = do_post_request(_config, path, body, _stopped);
+        const auto [status, answer] = do_post_request(_config, path, body);
         const Json::Value response = status == status_ok ? parse_response(answer) : Json::Value();
         for (const Json::Value& element : response["body"]) {
             const int code = element.asInt();

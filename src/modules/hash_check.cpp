@@ -94,7 +94,7 @@ void report_sender_module_policy::check_hashes(Cursor& cursor, Reports& reports)
         }
         const std::string body = build_request(hashes);
         const auto path = _config.get<std::string>("check_hashes_path", "check_hashes");
-        const auto [status, answer] = do_post_request(_config, path, body, _stopped);
+        const auto [status, answer] = do_post_request(_config, path, body);
         if (status != status_ok) {
             REPORTER_INFO("can't check hashes: status code: " << status << " response: " << answer);
             return;

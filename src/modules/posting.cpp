@@ -43,19 +43,13 @@ void count_events(const reports_by_id& index, unsigned int id, const char* event
 
 std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
                                             const std::string& body) {
-    return do_post_request(config, path, body, false);
-}
-
-std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
-                                            const std::string& body,
-                                            const std::atomic<bool>& stopped) {
     REPORTER_INFO("try to do post request( " << path << " )");
     REPORTER_INFO("request size: " << body.size());
     auto* session = create_http_session(config, path);
     const auto tries =
         std::clamp(config.get<unsigned int>("max_count_sending_tries"), 1U, max_tries);
     int status = 0;
-    for (unsigned int current = 1; current <= tries && status <= 0 && !stopped; ++current) {
+    for (unsigned int current = 1; current <= tries && status <= 0; ++current) {
         REPORTER_INFO("current try: " << current << " max count tries: " << tries);
         status = session->post(body);
     }

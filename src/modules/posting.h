@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,12 +30,6 @@ inline constexpr unsigned int code_refused = 400;
 /// then stays registered, and what config_helper::get throws.
 std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
                                             const std::string& body);
-
-/// The same, but begins no try once `stopped` is set. A stop that sets it before it interrupts the
-/// registered sessions is never missed: either it finds the session or the session finds the flag.
-std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
-                                            const std::string& body,
-                                            const std::atomic<bool>& stopped);
 
 /// Throws std::runtime_error "bad response, isn't a json".
 Json::Value parse_response(const std::string& response);
