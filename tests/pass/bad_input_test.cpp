@@ -94,12 +94,15 @@ TEST_F(bad_input, in_the_script) {
         write_text(script, content);
         expect(line, 3);
     }
-    // One report that cannot be read does not keep the others.
-    write_text(script, text +
-                           "local get = get_report_as_json_by_id "
-                           "function get_report_as_json_by_id(id) first = first or id "
-                           "return get(id == first and 1 or id) end");
+    // One report that cannot be read does not keep the others, which here count nothing.
+    write_text(script,
+               text +
+                   "local get = get_report_as_json_by_id "
+                   "function get_report_as_json_by_id(id) first = first or id "
+                   "return (get(id == first and 1 or id):gsub('\"count\":1', '\"count\":0')) end");
     expect("E can't get report: unknown report id: 1", 1);
+    EXPECT_EQ(read_text(data_dir() / "journal").substr(20), "::sender::unknown report id: 1\n");
+    EXPECT_EQ(stats()["sent"]["7"], 3 + 2);
     fs::remove(script);
     expect("E script: processor_extension doesn't found", 1);
     fs::remove(script.parent_path());

@@ -94,6 +94,9 @@ TEST_P(every_instant, may_be_the_last) {
         EXPECT_EQ(delivered(), 14);
         expect_sound_files();
     }
+    // Two for the lists, four for each report, one for each chunk, and a life that none of them
+    // cut.
+    EXPECT_EQ(k, 2 + 4 * 12 + 3 + 1);
     EXPECT_EQ(requests(), (strings{"/check_hashes 1 200", "/reports 4 200", "/check_hashes 1 200",
                                    "/reports 3 200", "/check_hashes 1 200", "/reports 4 200"}));
 }

@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <algorithm>
+#include <random>
 #include <tuple>
 
 #include "json_io.h"
@@ -87,23 +89,28 @@ TEST_F(sending, takes_what_is_due_to_the_server) {
     save({0, 1, {0, 255, 0}, 9});
     save({0, 1, {}, 9});
     save({0, 1, {}, 0});
+    // Takes more than one piece to upload.
+    std::vector<unsigned char> large(100000);
+    std::generate(large.begin(), large.end(), std::minstd_rand());
+    save({4, 1, large, 0});
     config["processor"]["dispatching_time"] = "03:00";
     save({3, 2, {'l', 'a', 't', 'e', 'r'}, 0});
     use_collector();
     const pass life = run_pass();
+    const std::string content = received().at(0)["content"].asString();
     for (const std::string& line : life.log) {
         EXPECT_EQ(line.find(secret), std::string::npos);
-        EXPECT_EQ(line.find(received().at(0)["content"].asString()), std::string::npos);
+        EXPECT_EQ(line.find(content), std::string::npos);
     }
     // The collector has compared each content with its hash.
     std::string sent;
     for (const auto& report : received()) {
         sent += report["module"].asString() + "*" + report["count"].asString() + " ";
     }
-    EXPECT_EQ(sent, "-5*1 0*2 0*1 ");
+    EXPECT_EQ(sent, "-5*1 0*2 0*1 4*1 ");
     EXPECT_EQ(query("SELECT module FROM reports"), "3");
-    EXPECT_EQ(counted("sent"), R"({"-":3,"-5":1})");
-    EXPECT_EQ(counted("removed"), R"({"-":3,"-5":1})");
+    EXPECT_EQ(counted("sent"), R"({"-":3,"-5":1,"4":1})");
+    EXPECT_EQ(counted("removed"), counted("sent"));
 }
 
 TEST_F(sending, works_with_the_small_script) {
@@ -171,15 +178,15 @@ TEST_F(sending, drops_the_reports_whose_hash_is_known) {
 
 TEST_F(sending, removes_what_was_answered_200_or_400) {
     const std::tuple<std::string, std::string, int, const char*> answers[] = {
-        {"codes=503,404,0", "I codes: 3", 4, "null"},
-        {"status=503", "I codes: 0", 4, "null"},
-        {"status=204", "I codes: 0", 4, "null"},
-        {"body={ keep=no", "E some_error: bad response, isn't a json", 4, "null"},
-        {"codes=200,400,503,1", "I codes: 4", 2, R"({"7":2})"},
-        {"codes=200", "I codes: 1", 1, R"({"7":3})"},
-        {"status=400", "I codes: 1", 0, R"({"7":4})"},
+        {"codes=503,404,0", "I codes: 3", 5, "null"},
+        {"status=503", "I codes: 0", 5, "null"},
+        {"status=204", "I codes: 0", 5, "null"},
+        {"body={ keep=no", "E some_error: bad response, isn't a json", 5, "null"},
+        {"codes=200,400,503,1", "I codes: 4", 3, R"({"7":2})"},
+        {"codes=200", "I codes: 1", 2, R"({"7":3})"},
+        {"status=400", "I codes: 2", 0, R"({"7":5})"},
     };
-    save(4);
+    save(5);
     sender()["max_count_sending_tries"] = 3;
     for (const auto& [answer, line, left, counts] : answers) {
         use_collector({"--answer", "* reports " + answer});

@@ -1,11 +1,17 @@
 #include <tuple>
 
+#include <openssl/x509_vfy.h>
+
+#include "internal/transport/HttpSession.h"
+#include "internal/transport/TlsCallbacks.h"
 #include "support/agent_run.h"
 #include "support/raw_peer.h"
 
 namespace {
 
 using namespace test_support;
+
+namespace fs = std::filesystem;
 
 const char* const NO_TLS = "I response status code: -35";
 const char* const NO_TRUST = "I response status code: -60";
@@ -88,4 +94,45 @@ TEST_F(trust, needs_sound_credentials) {
     }
 }
 
+// The rest is asked of this process, not of the agent.
+TEST_F(trust, has_the_same_credentials_for_all_callbacks) {
+    using namespace tev::transport;
+    const std::string ca = "/opt/data/cert/vdca.pem";
+    const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(
+        SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+    const auto trusted = [&context] {
+        return sk_X509_OBJECT_num(X509_STORE_get0_objects(SSL_CTX_get_cert_store(context.get())));
+    };
+    X509* certificate = nullptr;
+    EVP_PKEY* key = nullptr;
+    fs::rename(platform_dir() / "secure_storage", platform_dir() / "other_package");
+    fs::remove(ca);
+    EXPECT_EQ(clientCertCallback(nullptr, &certificate, &key), 0);
+    EXPECT_EQ(caCertCallback(context.get()), 0);
+
+    fs::rename(platform_dir() / "other_package", platform_dir() / "package");
+    write_text(ca, read_text(pki_dir() + "/ca.pem"));
+    EXPECT_EQ(clientCertCallback(nullptr, &certificate, &key), 1);
+    EXPECT_EQ(X509_check_private_key(certificate, key), 1);
+    X509_free(certificate);
+    EVP_PKEY_free(key);
+    SSL_CTX_load_verify_locations(context.get(), (pki_dir() + "/other-ca.pem").c_str(), nullptr);
+    EXPECT_EQ(caCertCallback(context.get()), 1);
+    EXPECT_EQ(trusted(), 2);
+    EXPECT_EQ(HttpSession::sslctxfun(nullptr, context.get(), this), CURLE_OK);
+    EXPECT_EQ(trusted(), 1) << "what was there before is dropped";
+    EXPECT_EQ(SSL_CTX_check_private_key(context.get()), 1);
+}
+
 }  // namespace
+
+// The items of a package, at every other try.
+extern "C" int sdp_install_from_file(const char*, int, int) {
+    static bool second = true;
+    second = !second;
+    std::error_code failure;
+    if (second) {
+        fs::rename(platform_dir() / "package", platform_dir() / "secure_storage", failure);
+    }
+    return !second ? 2 : failure ? 1 : 0;
+}

@@ -54,6 +54,8 @@ TEST_F(file_locks, belong_to_the_thread_that_locked_them) {
     EXPECT_FALSE(lock_is_free("a"));
     lock.unlock();
     EXPECT_TRUE(lock_is_free("a"));
+    lock.unlock();
+    EXPECT_EQ(recorder.messages().back(), "I Already unlocked: a");
 }
 
 TEST_F(file_locks, that_failed_stay_out_of_use_and_out_of_the_way) {

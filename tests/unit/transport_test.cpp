@@ -4,7 +4,10 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "configuration.h"
+#include "http_session.h"
 #include "internal/transport/HttpSession.h"
+#include "modules/posting.h"
 #include "support/device_root.h"
 
 namespace {
@@ -39,6 +42,19 @@ TEST_F(transport, repeats_the_header_and_takes_nothing_after_a_failure) {
               "Content-Type: application/json|Content-Length: 7|");
     EXPECT_EQ(session.post("{}"), -CURLE_UNSUPPORTED_PROTOCOL);
     EXPECT_EQ(session.post("{}"), 0);
+}
+
+TEST_F(transport, keeps_the_endpoint_of_a_request_that_could_not_begin) {
+    using namespace reporter::modules;
+    Json::Value settings;
+    settings["server_url"] = std::string(9'000'000, '/');
+    settings["server_port"] = "1";
+    settings["sending_timeout"] = 5000;
+    EXPECT_THROW(do_post_request({settings, {}}, "path", ""), reporter::http_session_exception);
+    EXPECT_EQ(create_http_session({{}, {}}, "path")->timeout, 1800U);
+    remove_http_session("path");
+    settings["server_url"] = "none://host";
+    EXPECT_EQ(create_http_session({settings, {}}, "path")->url, "none://host:1/path");
 }
 
 TEST_F(transport, collects_an_answer_in_blocks_of_512_bytes) {
