@@ -2,6 +2,7 @@
 #include "journal.h"
 #include "stats.h"
 #include "support/children.h"
+#include "support/full_disk.h"
 
 using namespace test_support;
 using reporter::json_parse;
@@ -54,6 +55,19 @@ TEST_F(records, cannot_be_directories) {
     EXPECT_FALSE(reporter::get_journal().add("s", "text"));
     EXPECT_TRUE(reporter::stats(stats_path).add_event("sent", 1, {}));
     EXPECT_TRUE(std::filesystem::is_empty(stats_path));
+}
+
+TEST_F(records, lose_what_a_full_disk_does_not_take) {
+    reporter::stats events(stats_path);
+    EXPECT_TRUE(events.add_event("sent", 1, {}));
+    {
+        const full_disk disk(0);
+        EXPECT_TRUE(events.add_event("sent", 2, {}));
+        EXPECT_TRUE(reporter::get_journal().add("s", "text"));
+        EXPECT_EQ(read_text(journal_path) + read_text(stats_path), "");
+    }
+    EXPECT_TRUE(events.add_event("sent", 4, {}));
+    EXPECT_EQ(counters("sent")["-"], 7);
 }
 
 TEST_F(records, of_several_processes_add_up_per_module) {
