@@ -8,10 +8,8 @@
 namespace {
 
 bool allows_removal(const Json::Value& code, bool is_post) {
-    if (!is_post) {
-        return code.isConvertibleTo(Json::uintValue) && code.asUInt() == 1;
-    }
-    return code.isConvertibleTo(Json::intValue) && (code.asInt() == 200 || code.asInt() == 400);
+    const int value = code.isConvertibleTo(Json::intValue) ? code.asInt() : 0;
+    return is_post ? value == 200 || value == 400 : value == 1;
 }
 
 // An entry is a report, or the hash of one, which here is its id.
