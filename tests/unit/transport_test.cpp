@@ -12,6 +12,9 @@
 
 namespace {
 
+// mallinfo, whose successor is younger than the device.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
 using namespace test_support;
 using namespace tev::transport;
 
@@ -42,6 +45,28 @@ TEST_F(transport, repeats_the_header_and_takes_nothing_after_a_failure) {
               "Content-Type: application/json|Content-Length: 7|");
     EXPECT_EQ(session.post("{}"), -CURLE_UNSUPPORTED_PROTOCOL);
     EXPECT_EQ(session.post("{}"), 0);
+}
+
+TEST_F(transport, serves_one_request_after_the_other) {
+    const std::string file = data_dir() / "file";
+    HttpSession reading("file://" + file, 30);
+    for (const std::size_t size : {5U, 3U}) {
+        write_text(file, std::string(size, 'x'));
+        reading.get("");
+        EXPECT_EQ(reading.getReplySize(), size);
+    }
+}
+
+TEST_F(transport, gives_its_memory_back) {
+    int early = 0, late = 0;
+    for (int i = 0; i <= 100; ++i, recorder.clear()) {
+        HttpSession one("none://host", 30);
+        one.composeHeader(5);
+        unsigned char byte = 0;
+        HttpSession::receiveCallback(&byte, 1, 1, &one);
+        (i <= 20 ? early : late) = mallinfo().uordblks;
+    }
+    EXPECT_LT(late - early, 5000);
 }
 
 TEST_F(transport, keeps_the_endpoint_of_a_request_that_could_not_begin) {
