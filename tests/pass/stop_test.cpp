@@ -14,6 +14,7 @@ class stop : public pass_test {
 protected:
     void SetUp() override {
         pass_test::SetUp();
+        sender()["max_count_sending_tries"] = 2;
         save(1);
         run_pass();  // Seals the report: from here on only its removal writes.
     }
