@@ -26,7 +26,7 @@ using sender_host = reporter::modules::module_host<report_sender_module_policy>;
 constexpr const char* config_dir = "/opt/data/dpm/dplugins/tev-reporter-plugin/config";
 constexpr const char* storage_script = "processor_extension";
 
-// A stop that takes longer beyond the pause under way is cut short.
+// A stop that hangs longer than this is cut short.
 constexpr std::chrono::milliseconds stop_grace{500};
 
 std::atomic<sender_host*> g_module{nullptr};

@@ -8,6 +8,7 @@
 #include "build_shared_mutex.h"
 #include "common.h"
 #include "logging.h"
+#include "stop_deadline.h"
 
 namespace reporter {
 namespace {
@@ -62,6 +63,7 @@ bool stats::add_event(const std::string& name, int count, const report& r) {
         count_event(name, count, r);
         _content["last_wrote_at"] = get_current_time();
         write_json(_path, _content);
+        note_progress();
         return true;
     } catch (const std::exception& error) {
         REPORTER_ERROR("can't write to stats file: " << error.what());

@@ -2,17 +2,18 @@
 
 #include <chrono>
 #include <functional>
+#include <future>
 #include <thread>
 
 namespace reporter {
 
-/// Turns a signal into an orderly stop: the handler only leaves word, and a thread of this class
-/// does what a handler may not. Should the process not end by itself within the grace period after
-/// the pause under way (a lock that another process holds, a name that does not resolve, a script
-/// that loops), it ends it with status 0; the store's transactions make that as safe as a power
-/// cut.
+/// Turns a signal into an orderly stop: the handler only wakes a thread of this class, which does
+/// what a handler may not. What hangs then (a lock that another process holds, a name that does not
+/// resolve, a script that loops) is cut short: the process ends with status 0 once the grace period
+/// has passed after the pause under way, or after progress that moved it on (stop_deadline.h). The
+/// store's transactions make that as safe as a power cut.
 ///
-/// One object at a time; it belongs to the thread that made it.
+/// One in the life of a process; it belongs to the thread that made it.
 class stop_watcher {
 public:
     /// `on_stop` is called at the first request, on a thread of its own, and must not throw.
@@ -23,7 +24,7 @@ public:
     /// Waits for a running `on_stop`. Later requests do nothing.
     ~stop_watcher();
 
-    /// Safe in a signal handler. Requests after the first do nothing.
+    /// Safe in a signal handler, once there was a watcher. Requests after the first do nothing.
     static void request_stop() noexcept;
 
 private:
@@ -31,6 +32,8 @@ private:
 
     std::function<void()> _on_stop;
     std::chrono::milliseconds _grace;
+    std::promise<void> _ending;
+    std::future<void> _ended;
     std::thread _thread;
 };
 

@@ -1,5 +1,6 @@
 #include "modules/report_sender_module.h"
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "logging.h"
 #include "modules/posting.h"
 #include "pause.h"
+#include "stop_deadline.h"
 #include "storage/reports_storage.h"
 
 namespace reporter::modules {
@@ -113,10 +115,14 @@ void report_sender_module_policy::send_reports(Cursor& cursor, Chunk& chunk) {
     const std::vector<unsigned int> ids = get_ids(chunk);
     REPORTER_INFO("reports count: " << ids.size());
     std::vector<unsigned int> codes;
+    std::optional<settling> answered;
     if (!chunk.empty() && !_stopped) {
         const std::string body = build_request(chunk);
         const auto path = _config.get<std::string>("reports_path", "reports");
         const auto [status, answer] = do_post_request(_config, path, body);
+        if (status == status_ok || status == status_bad_request) {
+            answered.emplace();
+        }
         const Json::Value response = status == status_ok ? parse_response(answer) : Json::Value();
         for (const Json::Value& element : response["body"]) {
             const int code = element.asInt();

@@ -9,6 +9,7 @@
 
 #include "logging.h"
 #include "modules/posting.h"
+#include "stop_deadline.h"
 #include "storage/reports_storage.h"
 
 namespace reporter::modules {
@@ -99,6 +100,7 @@ void report_sender_module_policy::check_hashes(Cursor& cursor, Reports& reports)
             REPORTER_INFO("can't check hashes: status code: " << status << " response: " << answer);
             return;
         }
+        const settling answered;
         const Json::Value response = parse_response(answer);
         REPORTER_INFO("filtered_reports::size: " << filtered.size());
         const auto known = get_known_ids(reports, filtered, response["body"]);

@@ -10,6 +10,7 @@
 #include "journal.h"
 #include "json_io.h"
 #include "logging.h"
+#include "stop_deadline.h"
 #include "storage/reports_storage.h"
 #include "sys_info.h"
 
@@ -102,6 +103,10 @@ void report_sender_module_policy::send_due_reports(long now) {
     }
     for (const long time : times) {
         if (time <= now) {
+            // A stop waits for the time under way, not for the walk over those after it.
+            if (_stopped) {
+                disregard_progress();
+            }
             send_time(time);
         }
     }

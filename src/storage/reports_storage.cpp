@@ -4,6 +4,7 @@
 
 #include "build_shared_mutex.h"
 #include "lua/table_creator.h"
+#include "stop_deadline.h"
 
 namespace reporter {
 namespace {
@@ -96,6 +97,7 @@ std::vector<std::pair<unsigned int, unsigned int>> reports_storage::remove_repor
         try {
             _busy_ids.erase(id);
             removed.emplace_back(id, _sandbox.get().call<unsigned int>("remove_report_by_id", id));
+            note_progress();
         } catch (const std::exception& error) {
             REPORTER_ERROR("can't remove report: " << id << " " << error.what());
         }
@@ -114,6 +116,7 @@ void reports_storage::skip_report(unsigned int id) {
     REPORTER_INFO("mutex locked");
     _busy_ids.erase(id);
     release();
+    note_progress();
 }
 
 void reports_storage::release() {

@@ -3,6 +3,7 @@
 
 #include <csignal>
 
+#include "sha256.h"
 #include "support/agent_run.h"
 #include "support/raw_peer.h"
 
@@ -21,22 +22,43 @@ protected:
 
     // SIGTERM twice once the line is there: an end in order, soon, with the store untouched.
     // Where it can, the pass notices and goes on to its own end.
-    pass stops_after(const std::string& line, const std::string& noticed = "*") {
+    pass stops_after(const std::string& line, const std::string& noticed = "*",
+                     const strings& front = {}) {
         SCOPED_TRACE(line);
         const std::string before = read_text(data_dir() / "db_reports");
-        child_process process(agent());
+        child_process process(joined(front, agent()));
         process.wait_for("module_host::wait");  // The handler is there.
         process.wait_for(line);
         process.signal(SIGTERM);
         process.wait_for("stopping module: report_sender_module");
         process.signal(SIGTERM);
         // A second is the promise; the rest is for a busy machine.
-        EXPECT_TRUE(wait_until([&] { return !process.running(); }, std::chrono::seconds(5)));
+        EXPECT_TRUE(wait_until([&] { return !process.running(); }, std::chrono::seconds(20)));
         const pass life = end_of(std::move(process));
         EXPECT_EQ(life.count("I stopping module: report_sender_module"), 1);
         EXPECT_EQ(life.missing({"I stopping module: *", noticed}), "");
         EXPECT_EQ(read_text(data_dir() / "db_reports"), before);
         return life;
+    }
+
+    static int locked(const char* name) {
+        const int lock = open((lock_dir() / name).c_str(), O_RDWR | O_CLOEXEC);
+        EXPECT_EQ(lockf(lock, F_LOCK, 0), 0);
+        return lock;
+    }
+
+    pass waits_for_statistics(const std::string& line, const strings& front = {}) {
+        const int lock = locked("tev_reporter_stats_file_lock");
+        child_process process(joined(front, agent()));
+        process.wait_for(line);
+        process.signal(SIGTERM);
+        EXPECT_FALSE(wait_until([&] { return !process.running(); }, std::chrono::seconds(1)));
+        close(lock);
+        return end_of(std::move(process));
+    }
+
+    static void use_script(const std::string& text) {
+        write_text(data_dir() / "lua" / "processor_extension_V1.lua", text);
     }
 };
 
@@ -62,18 +84,46 @@ TEST_F(stop, ends_a_transfer) {
 }
 
 TEST_F(stop, ends_the_wait_for_a_lock_and_an_endless_script) {
-    const int lock = open((lock_dir() / "tev_reporter_db_file_lock").c_str(), O_RDWR | O_CLOEXEC);
-    ASSERT_EQ(lockf(lock, F_LOCK, 0), 0);
+    const int lock = locked("tev_reporter_db_file_lock");
     EXPECT_EQ(stops_after("get_all_dispatch_times").count("I timestapms: *"), 0);
-    use_collector();
-    child_process waiting(agent());
-    waiting.wait_for("get_all_dispatch_times");
-    ASSERT_EQ(lockf(lock, F_ULOCK, 0), 0);
-    end_of(std::move(waiting));
-    EXPECT_EQ(stored(), 0);
-    write_text(data_dir() / "lua" / "processor_extension_V1.lua",
-               "function get_all_dispatch_times() WARN('end' .. 'less') while true do end end");
+    close(lock);
+    use_script("function get_all_dispatch_times() WARN('end' .. 'less') while true do end end");
     stops_after("endless");
+}
+
+// A lock that is held for longer than a hang may take, and pauses for longer than a lock may.
+TEST_F(stop, waits_for_the_removal_of_answered_reports) {
+    save(39);
+    use_collector();
+    // Each report took three pauses before.
+    const pass life = waits_for_statistics("codes: 40", {"env", "TEV_REAL_FROM=124"});
+    EXPECT_EQ(life.missing({"I stopping module: *", "I storage::remove_reports: 40",
+                            "I report_sender_module_policy::finish", "I waited  *"}),
+              "");
+    EXPECT_EQ(stored(), 0);
+    EXPECT_EQ(stats()["sent"]["7"], 40);
+    EXPECT_EQ(stats()["removed"]["7"], 40);
+
+    save(1);
+    config["processor"]["check_hash_min_size"] = 1;
+    write_text(scratch_root() / "hashes", reporter::sha256("content a", 9));
+    use_collector({"--known-hashes", scratch_root() / "hashes"});
+    waits_for_statistics("storage::remove_reports: 1");
+    EXPECT_EQ(stats()["removed"]["7"], 41);
+}
+
+TEST_F(stop, waits_for_a_cursor_but_not_for_the_walk_over_further_times) {
+    use_script(R"(
+local times, ids = {}, {}
+for time = 1, 1000 do times[time] = time end
+for id = 1, 25000 do ids[id] = id end
+function get_all_dispatch_times() return times end
+function get_ids_by_dispatch_time(time) return time == 1 and ids or {1} end
+function get_report_as_json_by_id() return '{}' end
+)");
+    const pass life =
+        stops_after("chunk_index: 0", "I time expired: *", {"env", "TEV_REAL_FROM=1"});
+    EXPECT_EQ(life.count("I report_sender_module_policy::finish"), 0);
 }
 
 }  // namespace

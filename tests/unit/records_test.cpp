@@ -1,6 +1,7 @@
 #include "common.h"
 #include "journal.h"
 #include "stats.h"
+#include "stop_deadline.h"
 #include "support/children.h"
 #include "support/full_disk.h"
 
@@ -42,7 +43,9 @@ TEST_F(records, count_on_from_whatever_the_file_holds) {
     };
     for (const auto& [before, after, keeps_start] : files) {
         write_text(stats_path, before);
+        const auto earlier = reporter::grace_begin();
         EXPECT_TRUE(reporter::stats(stats_path).add_event("sent", 1, {})) << before;
+        EXPECT_GT(reporter::grace_begin(), earlier);
         EXPECT_EQ(counters("sent"), json_parse(after)) << before;
         EXPECT_EQ(counters("first_start_at") == "then", keeps_start) << before;
     }
