@@ -1,8 +1,8 @@
-// Makes calls on the store of a device, an interpreter and a connection of its own for each, and prints for
-// each: syncs, bytes handed to pwrite, and the sectors of 512 bytes that the block device below had written
-// at the call's return and once the file system had nothing more to write.
+// Makes calls on the store of a device, an interpreter and a connection of its own for each, and
+// prints for each: syncs, bytes handed to pwrite, and the sectors of 512 bytes that the block
+// device below had written at the call's return and once the file system had nothing left to write.
 //
-// usage: flash_calls KIND COUNT STAT    KIND: see `kinds`; STAT: the device's statistics, /sys/block/NAME/stat
+// usage: flash_calls KIND COUNT STAT    KIND: see `kinds`; STAT: /sys/block/NAME/stat
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
