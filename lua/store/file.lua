@@ -71,6 +71,7 @@ local function grow_journal(pages)
   account("journal_pages = 0")
   database.execute("REPLACE INTO contents VALUES(1, 0, x'', zeroblob(%d))", pages * PAGE_SIZE)
   database.execute("COMMIT")
+  database.row("PRAGMA journal_mode = PERSIST")
   database.number("PRAGMA secure_delete = ON")
   database.execute("BEGIN IMMEDIATE")
   database.execute("DELETE FROM contents WHERE id = 1")
@@ -123,7 +124,8 @@ local function recognise()
 end
 
 -- Opens the database when need be. The journal is looked for at each call, as another SQLite client that
--- writes deletes it. A store without its room still lists and reads, and removes as far as the disk allows.
+-- writes deletes it. A store without its room still lists and reads, and removes as far as the disk allows. Until
+-- the journal has its room again each commit deletes it, so that one which is there has what the accounts say.
 local function open()
   local journal = exists(PATH_TO_DB .. "-journal")
   if database and journal then return end
@@ -137,6 +139,7 @@ local function open()
     begin_accounts()
     database.execute("COMMIT")
   end
+  if not journal then database.row("PRAGMA journal_mode = DELETE") end
   local message = keep_bounds(journal and kept or 0)
   if message and is_damage(message) then error(message, 0) end
 end
