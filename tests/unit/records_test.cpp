@@ -73,6 +73,14 @@ TEST_F(records, lose_what_a_full_disk_does_not_take) {
     EXPECT_EQ(counters("sent")["-"], 7);
 }
 
+TEST_F(records, are_not_kept_by_a_thread_that_holds_another_lock) {
+    reporter::stats events(stats_path);
+    file_lock other("open_only", "tev_reporter_db_file_lock");
+    const std::lock_guard<file_lock> guard(other);
+    EXPECT_FALSE(events.add_event("sent", 1, {}));
+    EXPECT_EQ(recorder.messages().back(), "E can't write to stats file: Resource deadlock avoided");
+}
+
 TEST_F(records, of_several_processes_add_up_per_module) {
     EXPECT_TRUE(in_children(3, [] {
         for (int i = 0; i < 40; ++i) {
