@@ -79,7 +79,9 @@ TEST_F(transport, keeps_the_endpoint_of_a_request_that_could_not_begin) {
     EXPECT_EQ(create_http_session({{}, {}}, "path")->timeout, 1800U);
     remove_http_session("path");
     settings["server_url"] = "none://host";
+    settings["sending_timeout"] = 29;
     EXPECT_EQ(create_http_session({settings, {}}, "path")->url, "none://host:1/path");
+    EXPECT_EQ(create_http_session({{}, {}}, "path")->timeout, 30U);
 }
 
 TEST_F(transport, collects_an_answer_in_blocks_of_512_bytes) {
