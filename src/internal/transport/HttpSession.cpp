@@ -51,14 +51,11 @@ HttpSession::HttpSession(const std::string& address, long timeout) : HttpSession
     REPORTER_INFO("curlHandler not NULL");
     busy = true;
     setTransferOptions(timeout);
-    if (!isHttps(url)) {
-        setInterruptOptions();
-        busy = false;
-        return;
-    }
-    setTlsOptions();
     setInterruptOptions();
-    REPORTER_INFO("use_ssl/set finish");
+    if (isHttps(url)) {
+        setTlsOptions();
+        REPORTER_INFO("use_ssl/set finish");
+    }
     busy = false;
 }
 
