@@ -7,26 +7,17 @@
 #include <exception>
 #include <random>
 #include <stdexcept>
-#include <utility>
 #include <vector>
 
-#include "configuration.h"
-#include "data_dir.h"
-#include "lua_sandbox.h"
-#include "storage/reports_storage.h"
+#include "storage/open_reports_storage.h"
 
 namespace {
 
-constexpr const char* STORAGE_SCRIPT = "processor_extension";
 constexpr std::size_t REPORT_SIZE = 1024;
 
 // Reports of 1 KiB that do not compress, no two alike.
 void save_reports(int count) {
-    const auto config =
-        reporter::load_configuration(reporter::REPORTER_DATA_DIR + "config",
-                                     reporter::REPORTER_DATA_DIR + "lua", {STORAGE_SCRIPT});
-    reporter::lua_sandbox sandbox(config, config.get_script(STORAGE_SCRIPT).content);
-    const auto storage = reporter::reports_storage::make(std::move(sandbox), false);
+    const auto storage = reporter::open_reports_storage(false);
     std::mt19937 random;
     reporter::report report{1, 1, std::vector<unsigned char>(REPORT_SIZE), 0};
     for (int saved = 0; saved < count; ++saved) {

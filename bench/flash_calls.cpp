@@ -14,20 +14,16 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "configuration.h"
 #include "data_dir.h"
-#include "lua_sandbox.h"
-#include "storage/reports_storage.h"
+#include "storage/open_reports_storage.h"
 
 namespace {
 
-constexpr const char* STORAGE_SCRIPT = "processor_extension";
 constexpr std::size_t REPORT_SIZE = 1024;
 
 long long syncs = 0, bytes_written = 0;
@@ -50,18 +46,13 @@ extern "C" int fsync(int file) {
 
 namespace {
 
+using reporter::open_reports_storage;
+
 std::mt19937 source{std::random_device()()};
 
-std::shared_ptr<reporter::reports_storage> open_store() {
-    static const auto config =
-        reporter::load_configuration(reporter::REPORTER_DATA_DIR + "config",
-                                     reporter::REPORTER_DATA_DIR + "lua", {STORAGE_SCRIPT});
-    return reporter::reports_storage::make({config, config.get_script(STORAGE_SCRIPT).content},
-                                           true);
-}
-
 void save(const std::string& content, unsigned aggregationid) {
-    if (open_store()->save_report({1, 1, {content.begin(), content.end()}, aggregationid}) == 0) {
+    if (open_reports_storage()->save_report(
+            {1, 1, {content.begin(), content.end()}, aggregationid}) == 0) {
         throw std::runtime_error("a report was refused");
     }
 }
@@ -86,25 +77,25 @@ std::string text() {
 
 void join() {
     reporter::ext_aggregation_data data{"caller", "hash"};
-    if (open_store()->ext_aggregation(data) == 0) {
+    if (open_reports_storage()->ext_aggregation(data) == 0) {
         throw std::runtime_error("there is no report to join");
     }
 }
 
 long latest_time() {
-    return open_store()->get_all_dispatch_times().back();
+    return open_reports_storage()->get_all_dispatch_times().back();
 }
 
 unsigned next_id() {
-    static const auto ids = open_store()->get_ids_by_dispatch_time(latest_time());
+    static const auto ids = open_reports_storage()->get_ids_by_dispatch_time(latest_time());
     static std::size_t next = 0;
     return ids.at(next++);
 }
 
 void list() {
     const long time = latest_time();
-    open_store()->get_report_as_json(next_id());
-    open_store()->get_ids_by_dispatch_time(time);
+    open_reports_storage()->get_report_as_json(next_id());
+    open_reports_storage()->get_ids_by_dispatch_time(time);
 }
 
 // A call, after a step that is not measured.
@@ -118,8 +109,10 @@ const std::map<std::string, kind> kinds{
     {"save-text", {[] {}, [] { save(text(), 0); }}},
     {"join", {[] { save(R"({"caller":"caller","filehash":"hash"})", 0); }, join}},
     {"list", {next_id, list}},
-    {"seal", {[] { save("x", 0); }, [] { open_store()->get_ids_by_dispatch_time(latest_time()); }}},
-    {"remove", {next_id, [] { open_store()->remove_report(next_id()); }}},
+    {"seal",
+     {[] { save("x", 0); },
+      [] { open_reports_storage()->get_ids_by_dispatch_time(latest_time()); }}},
+    {"remove", {next_id, [] { open_reports_storage()->remove_report(next_id()); }}},
 };
 
 long long sectors_written(const char* stat) {

@@ -7,19 +7,14 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <memory>
 #include <random>
 #include <utility>
 #include <vector>
 
-#include "configuration.h"
-#include "data_dir.h"
-#include "lua_sandbox.h"
-#include "storage/reports_storage.h"
+#include "storage/open_reports_storage.h"
 
 namespace {
 
-constexpr const char* STORAGE_SCRIPT = "processor_extension";
 constexpr std::size_t REPORT_SIZE = 1024;
 
 double microseconds() {
@@ -36,16 +31,8 @@ auto timed(const char* name, Call call) {
     return result;
 }
 
-std::shared_ptr<reporter::reports_storage> open_storage() {
-    const auto config =
-        reporter::load_configuration(reporter::REPORTER_DATA_DIR + "config",
-                                     reporter::REPORTER_DATA_DIR + "lua", {STORAGE_SCRIPT});
-    return reporter::reports_storage::make({config, config.get_script(STORAGE_SCRIPT).content},
-                                           true);
-}
-
 void time_calls(int calls) {
-    const auto storage = open_storage();
+    const auto storage = reporter::open_reports_storage();
     std::mt19937 random;
     reporter::report report{1, 1, std::vector<unsigned char>(REPORT_SIZE), 0};
     reporter::report alike = report;

@@ -15,6 +15,7 @@
 #include "module_host.h"
 #include "modules/report_sender_module.h"
 #include "stop_watcher.h"
+#include "storage/open_reports_storage.h"
 #include "storage/reports_storage.h"
 
 namespace {
@@ -22,9 +23,6 @@ namespace {
 using reporter::modules::report_sender_module_name;
 using reporter::modules::report_sender_module_policy;
 using sender_host = reporter::modules::module_host<report_sender_module_policy>;
-
-constexpr const char* config_dir = "/opt/data/dpm/dplugins/tev-reporter-plugin/config";
-constexpr const char* storage_script = "processor_extension";
 
 // A stop that hangs longer than this is cut short.
 constexpr std::chrono::milliseconds stop_grace{500};
@@ -43,7 +41,7 @@ void signal_handler(int) {
 }
 
 std::shared_ptr<reporter::reports_storage> make_storage(const reporter::config_helper& config) {
-    reporter::lua_sandbox sandbox(config, config.get_script(storage_script).content);
+    reporter::lua_sandbox sandbox(config, config.get_script(reporter::storage_script).content);
     sandbox.init();  // A script that does not load ends the process here, before a thread starts.
     return reporter::reports_storage::make(std::move(sandbox), true);
 }
@@ -51,7 +49,7 @@ std::shared_ptr<reporter::reports_storage> make_storage(const reporter::config_h
 // The order of destruction matters: nobody may be about to stop the host when it goes.
 void run_sending_pass() {
     const auto config = reporter::load_configuration(
-        config_dir, reporter::REPORTER_DATA_DIR + "/lua", {storage_script});
+        reporter::config_dir, reporter::REPORTER_DATA_DIR + "/lua", {reporter::storage_script});
     auto storage = make_storage(config);
     const auto host = std::make_unique<sender_host>(
         report_sender_module_policy(config.get_helper("sender"), storage),

@@ -10,23 +10,17 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include <json/value.h>
 
 #include "common.h"
-#include "configuration.h"
-#include "data_dir.h"
 #include "filter.h"
 #include "input.h"
-#include "lua_sandbox.h"
 #include "sha256.h"
-#include "storage/reports_storage.h"
+#include "storage/open_reports_storage.h"
 #include "sys_info.h"
 
 namespace {
-
-constexpr const char* STORAGE_SCRIPT = "processor_extension";
 
 constexpr const char* HELP =
     R"(report-source: saves the reports that standard input holds, one JSON object a line
@@ -47,15 +41,6 @@ Runs at the device's paths (see tools/device-root). Prints a line per result:
   refused                                              by the device's switches, or too large
 A line that cannot be read or saved ends the run with status 1; what came before it stays.
 )";
-
-std::shared_ptr<reporter::reports_storage> open_storage() {
-    const auto config =
-        reporter::load_configuration(reporter::REPORTER_DATA_DIR + "config",
-                                     reporter::REPORTER_DATA_DIR + "lua", {STORAGE_SCRIPT});
-    reporter::lua_sandbox sandbox(config, config.get_script(STORAGE_SCRIPT).content);
-    // True: between two reports no interpreter stays in memory.
-    return reporter::reports_storage::make(std::move(sandbox), true);
-}
 
 class report_source {
 public:
@@ -88,7 +73,7 @@ private:
     }
 
     reporter::default_filter _takes_in{reporter::get_sys_info()};
-    std::shared_ptr<reporter::reports_storage> _storage = open_storage();
+    std::shared_ptr<reporter::reports_storage> _storage = reporter::open_reports_storage();
     std::set<long> _saved;
 };
 
