@@ -6,6 +6,7 @@
 #include <vconf.h>
 
 #include "logging.h"
+#include "sys_info_values.h"
 
 namespace reporter {
 namespace {

@@ -3,8 +3,6 @@
 #include <string>
 #include <unordered_map>
 
-#include <system_info.h>
-
 namespace reporter {
 
 // Facts about the device and the user's consent, read from the platform at each call. Any thread.
@@ -31,12 +29,6 @@ bool get_sys_info_block_basic_traffic();
 
 /// True when it cannot be read: a device counts as supported until it says otherwise.
 bool get_support_reporter_value();
-
-/// A fact that every device of the platform has, one of the device maker's, and one that the
-/// platform numbers.
-std::string get_platform_info(const std::string& key);
-std::string get_custom_info(const char* key);
-std::string get_sys_info_string_value(system_info_key_e key);
 
 /// Whether the user has accepted the data-collection disclaimer; false when it cannot be read.
 bool get_user_agreement();
