@@ -1,7 +1,8 @@
 # Target check_headers: every header compiles alone.
 function(tev_check_headers)
   file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
-    ${PROJECT_SOURCE_DIR}/internal_include/*.h ${PROJECT_SOURCE_DIR}/src/*.h)
+    ${PROJECT_SOURCE_DIR}/internal_include/*.h ${PROJECT_SOURCE_DIR}/processor/*.h
+    ${PROJECT_SOURCE_DIR}/src/*.h)
   set(sources "")
   foreach(header IN LISTS headers)
     string(MAKE_C_IDENTIFIER ${header} name)
