@@ -14,6 +14,21 @@ std::shared_ptr<int> make_release_guard(reports_storage& storage) {
     return {nullptr, [&storage](int*) { storage.release(); }};
 }
 
+std::unique_lock<file_lock> lock_store(file_lock& lock) {
+    std::unique_lock<file_lock> locked(lock);
+    REPORTER_INFO("mutex locked");
+    return locked;
+}
+
+// The frame of an operation that calls the script. The members go in the reverse of their order.
+struct operation {
+    operation(file_lock& lock, reports_storage& storage)
+        : locked(lock_store(lock)), release_guard(make_release_guard(storage)) {}
+
+    const std::unique_lock<file_lock> locked;
+    const std::shared_ptr<int> release_guard;
+};
+
 }  // namespace
 
 std::shared_ptr<reports_storage> reports_storage::make(lua_sandbox&& sandbox,
@@ -30,9 +45,7 @@ reports_storage::reports_storage(lua_sandbox&& sandbox, bool release_when_idle, 
 
 long reports_storage::save_report(const report& record) {
     REPORTER_INFO("save_report func");
-    const std::unique_lock<file_lock> locked(*_lock);
-    REPORTER_INFO("mutex locked");
-    const auto guard = make_release_guard(*this);
+    const operation frame(*_lock, *this);
     const long result = _sandbox.get().call<long>("save_report", lua::report_table(record));
     REPORTER_INFO("save_report func result: " << result);
     return result;
@@ -40,17 +53,13 @@ long reports_storage::save_report(const report& record) {
 
 long reports_storage::ext_aggregation(ext_aggregation_data& data) {
     REPORTER_INFO("save_ext_aggregation_data");
-    const std::unique_lock<file_lock> locked(*_lock);
-    REPORTER_INFO("mutex locked");
-    const auto guard = make_release_guard(*this);
+    const operation frame(*_lock, *this);
     return _sandbox.get().call<long>("ext_aggregation", lua::ext_table(data));
 }
 
 std::vector<long> reports_storage::get_all_dispatch_times() {
     REPORTER_INFO("get_all_dispatch_times");
-    const std::unique_lock<file_lock> locked(*_lock);
-    REPORTER_INFO("mutex locked");
-    const auto guard = make_release_guard(*this);
+    const operation frame(*_lock, *this);
     return _sandbox.get().call<std::vector<long>>("get_all_dispatch_times");
 }
 
@@ -63,8 +72,7 @@ std::vector<unsigned int> reports_storage::get_ids_by_dispatch_time(long dispatc
 
 reports_storage_cursor reports_storage::cursor(long dispatch_time) {
     REPORTER_INFO("cursor");
-    const std::unique_lock<file_lock> locked(*_lock);
-    REPORTER_INFO("mutex locked");
+    const auto locked = lock_store(*_lock);
     const auto listed = get_ids_by_dispatch_time(dispatch_time);
     std::vector<unsigned int> free_ids;
     free_ids.reserve(listed.size() / 2);
@@ -81,17 +89,14 @@ reports_storage_cursor reports_storage::cursor(long dispatch_time) {
 
 std::string reports_storage::get_report_as_json(unsigned int id) {
     REPORTER_INFO("get_report_as_json");
-    const std::unique_lock<file_lock> locked(*_lock);
-    REPORTER_INFO("mutex locked");
-    const auto guard = make_release_guard(*this);
+    const operation frame(*_lock, *this);
     return _sandbox.get().call<std::string>("get_report_as_json_by_id", id);
 }
 
 std::vector<std::pair<unsigned int, unsigned int>> reports_storage::remove_reports(
     const std::vector<unsigned int>& ids) {
     REPORTER_INFO("storage::remove_reports: " << ids.size());
-    const std::unique_lock<file_lock> locked(*_lock);
-    REPORTER_INFO("mutex locked");
+    const auto locked = lock_store(*_lock);
     std::vector<std::pair<unsigned int, unsigned int>> removed;
     for (const unsigned int id : ids) {
         try {
@@ -112,8 +117,7 @@ std::vector<std::pair<unsigned int, unsigned int>> reports_storage::remove_repor
 
 void reports_storage::skip_report(unsigned int id) {
     REPORTER_INFO("skip_report");
-    const std::unique_lock<file_lock> locked(*_lock);
-    REPORTER_INFO("mutex locked");
+    const auto locked = lock_store(*_lock);
     _busy_ids.erase(id);
     release();
     note_progress();
