@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "internal/transport/InterruptibleSockets.h"
+#include "internal/transport/TlsCallbacks.h"
 #include "logging.h"
 
 namespace tev::transport {
@@ -219,6 +220,21 @@ size_t HttpSession::receiveCallback(unsigned char* data, size_t size, size_t nme
     std::memcpy(session->reply + session->replySize, data, n);
     session->replySize += n;
     return n;
+}
+
+CURLcode HttpSession::sslctxfun(void* /*curl*/, void* sslctx, void* session) {
+    try {
+        CURLcode result = CURLE_ABORTED_BY_CALLBACK;
+        if (sslctx == nullptr || session == nullptr) {
+            REPORTER_ERROR("self:" << session << " ctx:" << sslctx);
+        } else if (installCredentials(static_cast<SSL_CTX*>(sslctx))) {
+            result = CURLE_OK;
+        }
+        REPORTER_INFO("sslctxfun curl status: " << result);
+        return result;
+    } catch (const std::exception&) {
+        return CURLE_ABORTED_BY_CALLBACK;
+    }
 }
 
 // False, with the buffer as it was, when there is no memory for `chunk` more bytes.

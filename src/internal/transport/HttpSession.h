@@ -44,9 +44,9 @@ public:
                                HttpSession* session) noexcept;
     static size_t receiveCallback(unsigned char* data, size_t size, size_t nmemb,
                                   HttpSession* session) noexcept;
-    /// libcurl's SSL-context callback (TlsCallbacks.cpp): installs the trusted CAs and the client's
-    /// key and certificate in `sslctx`. Anything missing answers CURLE_ABORTED_BY_CALLBACK, so
-    /// nothing is ever sent without them. Never throws.
+    /// libcurl's SSL-context callback: installs the trusted CAs and the client's key and
+    /// certificate in `sslctx`. Anything missing answers CURLE_ABORTED_BY_CALLBACK, so nothing is
+    /// ever sent without them. Never throws.
     static CURLcode sslctxfun(void* curl, void* sslctx, void* session);
 
 private:

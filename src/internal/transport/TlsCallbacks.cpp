@@ -3,12 +3,10 @@
 #include <exception>
 #include <memory>
 
-#include <curl/curl.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 
-#include "internal/transport/HttpSession.h"
 #include "internal/transport/Storage.h"
 #include "internal/transport/ssl/SslTools.h"
 #include "logging.h"
@@ -43,30 +41,24 @@ bool dropInheritedTrust(SSL_CTX* ctx) {
 
 }  // namespace
 
-CURLcode HttpSession::sslctxfun(void* /*curl*/, void* sslctx, void* session) {
+bool installCredentials(SSL_CTX* ctx) {
     const ErrorQueueGuard guard;
-    try {
-        auto* const ctx = static_cast<SSL_CTX*>(sslctx);
-        CURLcode result = CURLE_ABORTED_BY_CALLBACK;
-        if (sslctx == nullptr || session == nullptr) {
-            REPORTER_ERROR("self:" << session << " ctx:" << sslctx);
-        } else if (!dropInheritedTrust(ctx) || !ssl::setCertAuthority(ctx, Storage::GetCA())) {
-            REPORTER_ERROR("use_caroot fail");
-        } else if (!ssl::setPrivateKey(ctx, Storage::GetPrivateKey())) {
-            REPORTER_ERROR("use_pkey fail");
-        } else if (!ssl::setClientCert(ctx, Storage::GetDeviceCertificate()) ||
-                   // OpenSSL drops a key that does not fit the certificate and reports success.
-                   SSL_CTX_check_private_key(ctx) != 1) {
-            REPORTER_ERROR("use_clientcert fail");
-        } else if (SSL_CTX_set_max_proto_version(ctx, TLS1_2_VERSION) == 1) {
-            // libcurl's option is only a minimum, and the cipher list means nothing to TLS 1.3.
-            result = CURLE_OK;
-        }
-        REPORTER_INFO("sslctxfun curl status: " << result);
-        return result;
-    } catch (const std::exception&) {
-        return CURLE_ABORTED_BY_CALLBACK;
+    if (!dropInheritedTrust(ctx) || !ssl::setCertAuthority(ctx, Storage::GetCA())) {
+        REPORTER_ERROR("use_caroot fail");
+        return false;
     }
+    if (!ssl::setPrivateKey(ctx, Storage::GetPrivateKey())) {
+        REPORTER_ERROR("use_pkey fail");
+        return false;
+    }
+    if (!ssl::setClientCert(ctx, Storage::GetDeviceCertificate()) ||
+        // OpenSSL drops a key that does not fit the certificate and reports success.
+        SSL_CTX_check_private_key(ctx) != 1) {
+        REPORTER_ERROR("use_clientcert fail");
+        return false;
+    }
+    // libcurl's option is only a minimum, and the cipher list means nothing to TLS 1.3.
+    return SSL_CTX_set_max_proto_version(ctx, TLS1_2_VERSION) == 1;
 }
 
 int clientCertCallback(SSL* /*ssl*/, X509** cert, EVP_PKEY** key) {

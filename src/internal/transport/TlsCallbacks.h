@@ -4,9 +4,13 @@
 
 namespace tev::transport {
 
-/// The same credentials as HttpSession::sslctxfun installs, for a set-up by OpenSSL's own
-/// callbacks; sessions do not use them. Neither throws. Called on the thread that makes the
-/// handshake.
+// The device's TLS credentials, put into OpenSSL. Called on the thread that makes the handshake.
+
+/// Trusted CAs, client key and certificate, and TLS 1.2 at most, for `ctx`. False, and a line in
+/// the log, when one is missing. Throws only when memory is out.
+bool installCredentials(SSL_CTX* ctx);
+
+// The same for a set-up by OpenSSL's own callbacks; sessions do not use them. Neither throws.
 
 /// For SSL_CTX_set_client_cert_cb: 1 and one reference each to certificate and key, which the
 /// caller owns, or 0 and both null.
