@@ -1,3 +1,4 @@
+// The class report_sender_module_policy, second of four files: its chunks and what becomes of them.
 #include "modules/report_sender_module.h"
 
 #include <optional>
@@ -10,6 +11,8 @@
 
 #include "journal.h"
 #include "logging.h"
+#include "modules/answer.h"
+#include "modules/counting.h"
 #include "modules/posting.h"
 #include "pause.h"
 #include "stop_deadline.h"

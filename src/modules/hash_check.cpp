@@ -1,3 +1,4 @@
+// The class report_sender_module_policy, third of four files: its pre-check of hashes.
 #include "modules/report_sender_module.h"
 
 #include <algorithm>
@@ -8,6 +9,8 @@
 #include <json/value.h>
 
 #include "logging.h"
+#include "modules/answer.h"
+#include "modules/counting.h"
 #include "modules/posting.h"
 #include "stop_deadline.h"
 #include "storage/reports_storage.h"

@@ -1,3 +1,4 @@
+// The class report_sender_module_policy, first of four files: its cycle.
 #include "modules/report_sender_module.h"
 
 #include <malloc.h>

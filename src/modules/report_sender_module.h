@@ -19,7 +19,7 @@ inline constexpr const char* report_sender_module_name = "report_sender_module";
 inline constexpr const char* journal_source = "sender";
 
 /// One sending cycle: gates, due dispatch times, chunks, hash pre-check, post, removal. The policy
-/// of the module host: run_impl() on its thread, stop() from any other.
+/// of the module host: run_impl() on its thread, stop() from any other. Defined over four files.
 class report_sender_module_policy {
 public:
     /// Copies the "sender" section of the configuration and shares the storage. Reads no setting.

@@ -1,3 +1,4 @@
+// The class report_sender_module_policy, last of four files: the text of its requests.
 #include "modules/request.h"
 
 #include <unordered_map>
