@@ -1,15 +1,13 @@
 #include <sys/mman.h>
-#include <sys/uio.h>
 
 #include <atomic>
 #include <csignal>
 #include <fstream>
 #include <limits>
-#include <random>
 
 #include "base64.h"
 #include "compression.h"
-#include "storage/reports_storage.h"
+#include "storage/store_test.h"
 #include "support/agent_run.h"
 #include "support/child_process.h"
 #include "support/children.h"
@@ -19,66 +17,14 @@
 using namespace test_support;
 using ids = std::vector<unsigned>;
 
-// A statement that would read a whole table or sort fails, however little is stored.
-const std::string NO_SCANS = R"(
-local open = sqlite3.open
-sqlite3 = { open = function(...)
-    local database, plan = open(...), ""
-    local execute = database.execute
-    function database.execute(sql, ...)
-        if string.find(sql, "^[DISU]") and not string.find(sql, "LIMIT 0") then
-            database.each(function(row) plan = plan .. row.detail end, "EXPLAIN QUERY PLAN " .. sql, ...)
-        end
-        if string.find(plan, "SCAN %l") or string.find(plan, "TEMP") then error(plan, 0) end
-        return execute(sql, ...)
-    end
-    return database
-end }
-)";
-
-// The write to SQLite's files, counted from 1, at which the power fails: the block of the medium is
-// lost.
-int last_write = 0;
-std::size_t written = 0;
-
-extern "C" ssize_t pwrite64(int file, const void* bytes, std::size_t size, off64_t at) {
-    static char lost[4096];
-    const bool fails = --last_write == 0;
-    iovec part{const_cast<void*>(bytes), size};
-    if (fails) {
-        std::fill(std::begin(lost), std::end(lost), '\xff');
-        part = {lost, sizeof lost};
-        at -= at % 4096;
-    }
-    written += size;
-    return pwritev64(file, &part, 1, at) + (fails ? raise(SIGKILL) : 0);
-}
-
-// What it would cost is counted instead of waited for.
-int syncs = 0;
-extern "C" int fdatasync(int) {
-    return ++syncs * 0;
-}
-extern "C" int fsync(int) {
-    return ++syncs * 0;
-}
-
 // Each call is that of a process of its own. At the end the file is sound and the accounts balance.
-class storage_script : public device_test {
+class storage_script : public store_test {
 protected:
-    storage_script() {
-        install_plugin();
-        script = NO_SCANS + read_text(data_dir() / "lua/processor_extension_V1.lua");
-    }
     void TearDown() override {
         times();
         EXPECT_EQ(query("SELECT saved = removed + dropped_space + dropped_age + total(count) FROM "
                         "accounts LEFT JOIN reports; PRAGMA integrity_check"),
                   "1\nok");
-    }
-    auto store() {
-        const std::string clock = "function get_timestamp() return " + std::to_string(now) + " end";
-        return reporter::reports_storage::make({{config, {}}, clock + script}, true);
     }
     unsigned save(const std::string& bytes, unsigned like = 0) {
         return unsigned(store()->save_report({1, 1, {bytes.begin(), bytes.end()}, like}));
@@ -95,12 +41,7 @@ protected:
     ids list(long time = NEXT) { return store()->get_ids_by_dispatch_time(time); }
     auto read(unsigned id) { return reporter::parse_config(store()->get_report_as_json(id)); }
     unsigned remove(unsigned id) { return store()->remove_report(id).at(0).second; }
-    static constexpr long HOUR = 3600, DAY = 24 * HOUR, NOON = 1792836000, NEXT = NOON + 14 * HOUR;
-    static inline const std::string file = data_dir() / "db_reports";
-    std::string script;
-    Json::Value config = reporter::parse_config(R"({"processor": {"dispatching_time": "86400"}})");
-    long now = NOON;
-    std::mt19937 random;
+    static constexpr long NEXT = NOON + 14 * HOUR;
 };
 
 TEST_F(storage_script, keeps_the_schedule) {
@@ -126,97 +67,49 @@ TEST_F(storage_script, keeps_the_schedule) {
     expect("12:00", 501);
 }
 
-TEST_F(storage_script, comes_through_wrong_clocks) {
-    now = 5000;
-    const unsigned behind = save("before the clock was set");
-    // A 32-bit device counts no further than to 2038.
-    const long far =
-        long(std::min(NOON + 30000LL * DAY, (long long)std::numeric_limits<long>::max()));
-    now = far;
+TEST_F(storage_script, comes_through_a_clock_far_ahead) {
+    now = long(std::min(NOON + 30000LL * DAY, (long long)std::numeric_limits<long>::max()));
     const unsigned ahead = save("far ahead");
-    const long beyond = times().back();
-    EXPECT_GE(beyond, far);
-    now = 6000;
-    EXPECT_EQ(times(), (std::vector<long>{DAY, beyond})) << "a clock that was never set moves it";
+    EXPECT_GE(times().back(), now);
     now = NOON;
-    EXPECT_EQ(times(), (std::vector<long>{DAY, NEXT}));
-    const unsigned regular = save("under the right clock");
-    EXPECT_EQ((std::vector<ids>{list(DAY), list()}),
-              (std::vector<ids>{{behind}, {ahead, regular}}));
-    now -= HOUR;
-    EXPECT_EQ(times(), (std::vector<long>{DAY, NEXT})) << "moved again";
-    EXPECT_EQ(read(behind)["clock"], "untrusted");
-    EXPECT_FALSE(read(ahead).isMember("clock"));
+    EXPECT_EQ(remove(save("gone before the listing")), 1U);
+    EXPECT_EQ(times(), std::vector<long>{NEXT});
+    const unsigned regular = save("in a batch of its own");
+    EXPECT_EQ(list(), (ids{ahead, regular}));
 }
 
-TEST_F(storage_script, joins_and_seals) {
-    reporter::ext_aggregation_data data{"c", "f"};
-    const auto count_again = [&] { return unsigned(store()->ext_aggregation(data)); };
+TEST_F(storage_script, writes_little) {
     const unsigned id = save("first", 4294967295);
-    EXPECT_EQ((ids{save("joins", 4294967295), save("other", 1), count_again(),
-                   save(R"({"caller": "c", "filehash": "f"})")}),
-              (ids{id, id + 1, 0, id + 2}));
-    now += 60;
-    EXPECT_EQ(count_again(), 2U);
-    EXPECT_EQ(list(), (ids{id, id + 1, id + 2}));
-    EXPECT_EQ((ids{count_again(), save("after the seal", 4294967295)}), (ids{0, id + 3}));
-    const Json::Value report = read(id + 2);
-    EXPECT_EQ(read(id + 2), report);
-    EXPECT_NE(read(id)["uid"], report["uid"]);
-    EXPECT_EQ(report["last_time"].asInt() - report["first_time"].asInt(), 60);
-    EXPECT_EQ((ids{remove(id), remove(id), remove(id + 1), remove(id + 2), remove(id + 3)}),
-              (ids{2, 0, 1, 2, 1}));
-    EXPECT_EQ(error_of([&] { read(id); }), "unknown report id: " + std::to_string(id));
-    EXPECT_EQ(save("after all have gone"), id + 4);
-    EXPECT_EQ(query("SELECT saved, joined, removed FROM accounts"), "7|2|6");
-    // A save writes the header, the accounts, the batch, report and content, most of them twice.
+    EXPECT_EQ(save("joins", 4294967295), id);
+    const Json::Value report = read(id);
+    EXPECT_EQ(read(id), report);
+    EXPECT_NE(read(save("other"))["uid"], report["uid"]);
+    EXPECT_EQ(remove(id), 2U);
+    // A save writes the header, the accounts, a report and its content, most of them twice.
     syncs = 0, written = 0;
     save("durably");
     EXPECT_EQ(syncs, 5);
     EXPECT_LT(written, 9U * 4096);
 }
 
-TEST_F(storage_script, bounds_its_size) {
-    config["db_max_size"] = 1 << 20;
-    const ids saved = fill(150, 8000);
-    const std::size_t full = read_text(file).size();
-    EXPECT_LE(full, 1U << 20);
-    EXPECT_GT(full, 900000U);
-    EXPECT_EQ(fill(1, 1 << 20), ids{0});
-    EXPECT_EQ(recorder.count("W LUA: report refused, too large for the store: 1048576 bytes"), 1U);
-    EXPECT_EQ(list(), ids(saved.end() - long(list().size()), saved.end())) << "not the oldest went";
-    // The smallest bound is 64 pages of 4 KiB.
-    config["db_max_size"] = 1;
-    for (std::size_t size = full, calls = 0; size > 64 * 4096; ++calls) {
-        const std::size_t before = size;
-        EXPECT_NE(save("makes room under the new bound"), 0U);
-        size = read_text(file).size();
-        ASSERT_LT(size, before);
-        EXPECT_GE(size + 2 * 17 * 4096, before) << "more than a call may give back";
-        ASSERT_LT(calls, 10U);
+TEST_F(storage_script, says_what_it_drops) {
+    config["db_max_size"] = 1;  // Taken as 64 pages of 4 KiB.
+    EXPECT_EQ(fill(1, 262144), ids{0});
+    fill(1, 100000);
+    fill(1, 100000);
+    config["processor"]["max_age_days"] = 1;
+    for (int day = 0; day < 4; ++day, now += DAY) {
+        times();
+        list();
+    }
+    for (const char* line : {"refused, too large for the store: 262144 bytes",
+                             "dropped for space: 1 reports, 1 occurrences",
+                             "dropped for age: 1 reports, 1 occurrences"}) {
+        const std::string text = std::string("W LUA: ") + (*line == 'r' ? "report " : "") + line;
+        EXPECT_EQ(recorder.count(text), 1U) << text;
     }
     EXPECT_NE(recorder.count("W LUA: db_max_size is too small, taken as 262144"), 0U);
-    EXPECT_EQ(query("SELECT refused FROM accounts"), "1");
-}
-
-TEST_F(storage_script, counts_ages) {
-    config["processor"]["max_age_days"] = 2;
-    const unsigned tried = save("given to a sender in each pass");
-    now += DAY;
-    times();
-    save("given to none, as its time never comes");
-    // A clock that falls back or leaps counts a day at most, and none below the latest.
-    const std::pair<long, std::size_t> listings[] = {{5000, 2},           {NOON + DAY, 2},
-                                                     {NOON + 2 * DAY, 2}, {NOON + 90 * DAY, 2},
-                                                     {NOON + 3 * DAY, 1}, {NOON + 99 * DAY, 1}};
-    for (const auto& [clock, count] : listings) {
-        now = clock;
-        list(NEXT);
-        EXPECT_EQ(times().size(), count) << clock;
-    }
-    EXPECT_EQ(remove(tried), 0U);
-    EXPECT_EQ(recorder.count("W LUA: dropped for age: 1 reports, 1 occurrences"), 1U);
-    EXPECT_EQ(query("SELECT saved, dropped_age, latest_day FROM accounts"), "2|1|20849");
+    EXPECT_EQ(query("SELECT saved, dropped_space, dropped_age, refused FROM accounts"), "2|1|1|1");
 }
 
 TEST_F(storage_script, sets_damage_aside_once) {
@@ -334,8 +227,7 @@ TEST_F(storage_script, makes_do_without_a_free_byte) {
         return;
     }
     const std::string full = "W LUA: report refused, report store: database or disk is full";
-    for (const auto& [count, content] :
-         {std::pair(1U, 40000U), {8, 40000}, {24, 40000}, {300, 100}}) {
+    for (const auto& [count, content] : {std::pair(1U, 40000U), {24, 40000}, {300, 100}}) {
         const ids saved = fill(count, content);
         const std::string sound = read_text(file);
         std::ofstream filler(data_dir() / "filler");
@@ -353,6 +245,19 @@ TEST_F(storage_script, makes_do_without_a_free_byte) {
         EXPECT_EQ(remove(save("there is room again")), 1U);
         recorder.clear();
     }
+}
+
+TEST_F(storage_script, makes_the_room_again_that_its_journal_has_lost) {
+    const ids saved = fill(40, 700);
+    std::filesystem::remove(file + "-journal");
+    for (const long left : {20000, -1, 0}) {
+        disk_left = left;
+        times();
+    }
+    for (const unsigned id : saved) {
+        EXPECT_EQ(remove(id), 1U);
+    }
+    disk_left = -1;
 }
 
 TEST_F(storage_script, gives_any_content_back) {
