@@ -59,7 +59,7 @@ TEST_F(records, lose_what_a_full_disk_does_not_take) {
     {
         const full_disk disk(0);
         EXPECT_TRUE(events.add_event("sent", 2, {}));
-        EXPECT_TRUE(reporter::get_journal().add("s", "text"));
+        EXPECT_TRUE(reporter::journal(journal_path, 10, 100).add("s", "text"));
         EXPECT_EQ(read_text(journal_path) + read_text(stats_path), "");
     }
     EXPECT_TRUE(events.add_event("sent", 4, {}));
