@@ -6,7 +6,7 @@
 # ends it with all that it started.
 set -euo pipefail
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
-source tools/lib.sh
+source dev/lib.sh
 
 log_directory=$PWD/build/logs
 readonly build=$PWD/build/release
@@ -53,7 +53,7 @@ make_device() {
         install -D -m 644 "$demo/pki/ca.pem" "$device/opt/data/cert/vdca.pem" &&
         install -D -m 600 "$demo/pki/00000051.bin" \
             "$device/usr/share/sdp/tev-reporter-plugin-key/00000051.bin" &&
-        install -D -m 644 -t "$device/platform" tools/demo/vconf.json tools/demo/system_info.json
+        install -D -m 644 -t "$device/platform" tools/vconf.json tools/system_info.json
 }
 
 set_config() {
@@ -64,12 +64,12 @@ set_config() {
 # Its log and, line by line, its results are in the demo's directory; a failure is told by the log's end.
 save() {
     tools/device-root "$device" "$build/tools/report_source/report-source" \
-        <"tools/demo/$1.ndjson" 2>"$demo/save-$1.log" | tee "$demo/saved-$1" ||
+        <"demo/$1.ndjson" 2>"$demo/save-$1.log" | tee "$demo/saved-$1" ||
         { tail -n 20 -- "$demo/save-$1.log" && return 1; }
 }
 
 list_stored() {
-    sqlite3 -bail -readonly -separator $'\t' "$data/db_reports" <tools/demo/stored.sql >"$demo/$1.tsv"
+    sqlite3 -bail -readonly -separator $'\t' "$data/db_reports" <demo/stored.sql >"$demo/$1.tsv"
 }
 
 # Results of the report source as: id, module, type, occurrences, size, SHA-256.
@@ -124,7 +124,7 @@ list_requests() {
 
 in_account() (
     cd -- "$demo"
-    sqlite3 -batch -bail "${@:2}" account.db <"$OLDPWD/tools/demo/$1.sql"
+    sqlite3 -batch -bail "${@:2}" account.db <"$OLDPWD/demo/$1.sql"
 )
 
 account() {
@@ -150,7 +150,7 @@ judge() {
 }
 
 begin
-tools/install-packages build
+dev/install-packages build
 check_device_root "all is slower, nothing is left out"
 build_preset release tev_reporter_main report-source collector
 step "Make a device" make_device

@@ -7,7 +7,7 @@
 # makes is in build/; nothing else on the machine changes, missing packages excepted.
 set -euo pipefail
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
-source tools/lib.sh
+source dev/lib.sh
 log_directory=$PWD/build/logs
 
 readonly sysroot=build/sysroot          # the system's own libraries
@@ -45,7 +45,7 @@ check_binaries() {
     local installed=build/device-installed
     rm -rf -- "$installed"
     cmake --install build/device --prefix "$installed" >/dev/null &&
-        tools/check-binaries "$root" "$installed"/usr/lib/libtev_reporter.so.*.*.* \
+        dev/check-binaries "$root" "$installed"/usr/lib/libtev_reporter.so.*.*.* \
             "$installed/opt/data/dpm/dplugins/tev-reporter-plugin/tev_reporter_main" &&
         check_fortify
 }
@@ -60,9 +60,9 @@ run_tests() {
 }
 
 [[ $PWD != *[[:space:]]* ]] || fail "pkg-config and the emulator need a tree whose path has no blank"
-tools/install-packages build device
+dev/install-packages build device
 bwrap --dev-bind / / true || fail "nothing can stand in for bubblewrap here: allow unprivileged user namespaces"
-step "Unpack the system" tools/make-sysroot "$sysroot"
+step "Unpack the system" dev/make-sysroot "$sysroot"
 build_preset release collector
 build_preset device-platform platform-substitutes
 step "Make the device's root" make_root

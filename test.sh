@@ -10,7 +10,7 @@
 # any argument each fuzz target also runs for ten seconds, where clang is installed.
 set -euo pipefail
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
-source tools/lib.sh
+source dev/lib.sh
 log_directory=$PWD/build/logs
 
 # clang with its fuzzer library, which is a package of its own.
@@ -53,22 +53,22 @@ while [[ $# -gt 0 ]]; do
     esac
 done
 
-tools/install-packages build test
+dev/install-packages build test
 check_device_root "what mounts is skipped, no leaks are looked for"
 targets=()
 case $preset in
     fuzz)
-        can_fuzz || fail "fuzzing needs clang with its fuzzer library: tools/install-packages check"
+        can_fuzz || fail "fuzzing needs clang with its fuzzer library: dev/install-packages check"
         targets=(fuzz_targets)
         ;;
-    coverage) tools/install-packages check ;;
+    coverage) dev/install-packages check ;;
 esac
 build_preset "$preset" "${targets[@]}"
 if $fuzz_too && can_fuzz; then
     build_preset fuzz fuzz_targets
     fuzz
 elif $fuzz_too; then
-    printf 'No fuzzing: clang or its fuzzer library is not installed (tools/install-packages check)\n'
+    printf 'No fuzzing: clang or its fuzzer library is not installed (dev/install-packages check)\n'
 fi
 
 # What an earlier run counted is no part of this one.
@@ -76,5 +76,5 @@ fi
 status=0
 ctest --preset "$preset" --parallel "$(nproc)" "$@" || status=$?
 why_skipped "build/$preset/Testing/Temporary/LastTest.log"
-[[ $preset != coverage ]] || tools/coverage build/coverage
+[[ $preset != coverage ]] || dev/coverage build/coverage
 exit "$status"

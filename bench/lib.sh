@@ -1,7 +1,7 @@
 # shellcheck shell=bash disable=SC2154  # scratch and log_directory are the caller's
 # What the measurements of this machine share: a device and a collector in the directory `scratch`, which the
 # caller makes and removes, sending passes, and the bare program to compare them with. To be sourced by bash
-# scripts in the root of the tree, after tools/lib.sh.
+# scripts in the root of the tree, after dev/lib.sh.
 
 readonly build=$PWD/build/release device=$scratch/device url=https://127.0.0.1
 readonly data=$device/opt/data/dpm/dplugins/tev-reporter-plugin
@@ -10,7 +10,7 @@ readonly skip=LD_PRELOAD=$scratch/libskip_pauses.so
 # prepare [TARGET ...]: builds what every measurement needs, and the targets. Then there is a collector on
 # `port`, and a device whose agent sends to it what is stored, at once and without a bound.
 prepare() {
-    tools/install-packages build test bench
+    dev/install-packages build test bench
     build_preset release tev_reporter_main collector bare_post skip_pauses "$@"
     # The loader splits its list at blanks, which the path of the tree may have.
     cp -- "$build/tools/libskip_pauses.so" "$scratch"
@@ -22,7 +22,7 @@ prepare() {
     install -D -m 644 "$scratch/pki/ca.pem" "$device/opt/data/cert/vdca.pem"
     install -D -m 600 "$scratch/pki/client.key" "$device/platform/secure_storage/reporter-key"
     install -D -m 644 "$scratch/pki/client.pem" "$device/platform/secure_storage/reporter-crt"
-    install -m 644 tools/demo/vconf.json tools/demo/system_info.json "$device/platform"
+    install -m 644 tools/vconf.json tools/system_info.json "$device/platform"
     until [[ -s $scratch/port ]]; do sleep 0.05; done
     port=$(<"$scratch/port")
     sed -i "s|https://reports.example.com|$url|; s|\"443\"|\"$port\"|; s|\"03:00\"|\"0\"|; s|3600,|0,|; \

@@ -1,4 +1,4 @@
-# What makes a flaw harder to exploit, and nothing loaded that is not used. tools/check-binaries looks for
+# What makes a flaw harder to exploit, and nothing loaded that is not used. dev/check-binaries looks for
 # it in what was built.
 include(CheckPIESupported)
 check_pie_supported()

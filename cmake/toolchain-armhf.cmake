@@ -1,5 +1,5 @@
 # 32-bit ARM with hardware floating point, as the device has it: clang and lld of this machine, headers and
-# libraries of the root file system at TEV_SYSROOT (tools/make-sysroot) and of nowhere else, and an emulator
+# libraries of the root file system at TEV_SYSROOT (dev/make-sysroot) and of nowhere else, and an emulator
 # for what is run during a build and by CTest.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
