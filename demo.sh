@@ -5,15 +5,15 @@
 # Everything it makes is in build/; nothing else on the machine changes, missing packages excepted. Ctrl-C
 # ends it with all that it started.
 set -euo pipefail
+source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
-source dev/lib.sh
 
 log_directory=$PWD/build/logs
 readonly build=$PWD/build/release
 readonly demo=$PWD/build/demo     # what this run leaves to look at
 readonly device=$demo/device      # the root of the device's own paths
 readonly data=$demo/data          # its data directory, a link
-readonly config=$data/config/config.def
+readonly requests=$device/collector.log
 unset TEV_PLATFORM_DIR            # the device root has its own
 
 bold='' green='' red='' plain=''
@@ -45,20 +45,8 @@ begin() {
     trap 'on_signal 15' TERM
 }
 
-# What a device has: the agent's files, the collector's authority, its own keys and its platform's state.
 make_device() {
-    cmake --install "$build" --prefix "$device" &&
-        ln -s device/opt/data/dpm/dplugins/tev-reporter-plugin "$data" &&
-        tools/make-pki "$demo/pki" &&
-        install -D -m 644 "$demo/pki/ca.pem" "$device/opt/data/cert/vdca.pem" &&
-        install -D -m 600 "$demo/pki/00000051.bin" \
-            "$device/usr/share/sdp/tev-reporter-plugin-key/00000051.bin" &&
-        install -D -m 644 -t "$device/platform" tools/vconf.json tools/system_info.json
-}
-
-set_config() {
-    sed -i "s|\"$1\": \"[^\"]*\"|\"$1\": \"$2\"|" "$config"
-    grep -qF "\"$1\": \"$2\"" "$config" || fail "$config has no \"$1\""
+    tools/make-device "$device" "$@" && ln -sfn device/opt/data/dpm/dplugins/tev-reporter-plugin "$data"
 }
 
 # Its log and, line by line, its results are in the demo's directory; a failure is told by the log's end.
@@ -81,37 +69,32 @@ list_saved() {
         END { for (id in count) print id, type[id], count[id], content[id] }' >"$demo/saved.tsv"
 }
 
-# Knows the contents of module 310, type 1 already. Its third answer puts off and refuses for good; the
-# fourth is what a proxy in between might send.
-start_collector() {
-    awk -F '\t' '$2 == 310 && $3 == 1 { print $6 }' "$demo/saved.tsv" >"$demo/known"
-    "$build/tools/collector/collector" --ca "$demo/pki/ca.pem" --cert "$demo/pki/server.pem" \
-        --key "$demo/pki/server.key" --port-file "$demo/port" --store "$demo/received.ndjson" \
-        --known-hashes "$demo/known" --answer '3 reports codes=200,200,400,503' \
-        --answer "4 reports body='<html>Busy</html>' keep=no" >"$demo/collector.log" 2>&1 &
-    local collector=$! tries
-    for ((tries = 0; tries < 100; ++tries)); do
-        [[ ! -e $demo/port ]] || break
-        kill -0 "$collector" 2>/dev/null || break
-        sleep 0.1
-    done
-    [[ -e $demo/port ]] || fail "the collector does not start: $(last_line "$demo/collector.log")"
-    echo "Collector: listening on 127.0.0.1, port $(<"$demo/port")"
-}
-
-# The log has a line for each report that was read, and the collector's one for each request. The agent
-# is a job of this shell, so that stop_all ends it.
+# The log has a line for each report that was read and for each pause of 150 ms, the collector's one for each
+# request. The collector knows the contents of module 310, type 1 already. Its third answer puts off and refuses
+# for good; the fourth is what a proxy in between might send. All is one job of this shell, so that stop_all ends
+# it.
 run_agent() {
     local log=$demo/agent.log
+    awk -F '\t' '$2 == 310 && $3 == 1 { print $6 }' "$demo/saved.tsv" >"$demo/known"
     : >"$log"
-    no_proxy=127.0.0.1 tools/device-root "$device" "$build/processor/tev_reporter_main" 2>>"$log" &
+    tools/with-collector --store "$demo/received.ndjson" --known-hashes "$demo/known" \
+        --answer '3 reports codes=200,200,400,503' --answer "4 reports body='<html>Busy</html>' keep=no" \
+        "$device" tools/device-root "$device" "$build/processor/tev_reporter_main" 2>>"$log" &
     local agent=$!
     while kill -0 "$agent" 2>/dev/null; do
-        echo "$(grep -ac ' JSON size: ' "$log") reports read," \
-            "$(grep -c ' POST ' "$demo/collector.log") requests answered"
+        [[ ! -e $requests ]] || echo "$(grep -ac ' JSON size: ' "$log") reports read," \
+            "$(grep -c ' POST ' "$requests") requests answered"
         sleep 0.5
     done
     wait "$agent" || { tail -n 20 -- "$log" && return 1; }
+}
+
+# Why that took its time.
+tell_pauses() {
+    local pauses
+    pauses=$(grep -ac 'slow down' "$demo/$1.log") || true
+    printf '  %d.%d s of it are %d pauses of 150 ms, by which the agent spares the device\n' \
+        $((pauses * 15 / 100)) $((pauses * 15 / 10 % 10)) "$pauses"
 }
 
 # The collector's lines as: number, path, bytes, entries, status, codes, plan.
@@ -119,7 +102,7 @@ list_requests() {
     awk -v OFS='\t' '$2 == "POST" {
         plan = match($0, / plan=.*/) ? substr($0, RSTART) : ""
         gsub(/ (bytes|entries|status|codes)=/, " ")
-        print $1, $3, $4, $5, $6, $7, plan }' "$demo/collector.log" >"$demo/requests.tsv"
+        print $1, $3, $4, $5, $6, $7, plan }' "$requests" >"$demo/requests.tsv"
 }
 
 in_account() (
@@ -152,22 +135,21 @@ judge() {
 begin
 dev/install-packages build
 check_device_root "all is slower, nothing is left out"
-build_preset release tev_reporter_main report-source collector
-step "Make a device" make_device
+build_preset release tev_reporter_main report-source collector set-config
 
 # Due at once; then as the configuration comes, which is in the night to come.
-set_config dispatching_time 0
+step "Make a device" make_device processor.dispatching_time=0
 step "Save reports that are due" save due
-cp config/config.def "$config"
+tell_pauses save-due
+step "Configure it as it comes" make_device
 step "Save reports for the night" save later
+tell_pauses save-later
 list_stored before || fail "cannot read the store"
 list_saved || fail "a report was not taken, see $demo/saved-due and saved-later"
 
-start_collector
-set_config server_url https://127.0.0.1
-set_config server_port "$(<"$demo/port")"
 start=$(date +%s)
 step "Run the agent" run_agent
+tell_pauses agent
 step "Compare" account "$start"
 show
 judge

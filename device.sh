@@ -6,8 +6,8 @@
 # Arguments go to CTest: ./device.sh -R journal runs the tests with "journal" in their names. Everything it
 # makes is in build/; nothing else on the machine changes, missing packages excepted.
 set -euo pipefail
+source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
-source dev/lib.sh
 log_directory=$PWD/build/logs
 
 readonly sysroot=build/sysroot          # the system's own libraries
@@ -63,7 +63,7 @@ run_tests() {
 dev/install-packages build device
 bwrap --dev-bind / / true || fail "nothing can stand in for bubblewrap here: allow unprivileged user namespaces"
 step "Unpack the system" dev/make-sysroot "$sysroot"
-build_preset release collector
+build_preset release collector set-config
 build_preset device-platform platform-substitutes
 step "Make the device's root" make_root
 step "Configure device" without_substitutes cmake --preset device

@@ -9,8 +9,8 @@
 # Everything else goes to CTest: ./test.sh -R journal runs the tests with "journal" in their names. Without
 # any argument each fuzz target also runs for ten seconds, where clang is installed.
 set -euo pipefail
+source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
-source dev/lib.sh
 log_directory=$PWD/build/logs
 
 # clang with its fuzzer library, which is a package of its own.

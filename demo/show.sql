@@ -26,6 +26,7 @@ SELECT '== Journal';
 SELECT '  ' || coalesce(nullif(replace(rtrim(CAST(readfile('data/journal') AS TEXT), char(10)), char(10), char(10) || '  '), ''),
   'empty');
 
-SELECT '== Statistics: occurrences by module (-: module 0)';
-SELECT printf('  %-8s %3d   %s', event, total(count), group_concat(module || ': ' || count, '   '))
+SELECT '== Statistics: occurrences by module';
+SELECT printf('  %-8s %3d   %s', event, total(count),
+  group_concat(CASE module WHEN '-' THEN 'module 0' ELSE module END || ': ' || count, '   '))
   FROM statistics GROUP BY event ORDER BY event DESC;

@@ -1,6 +1,12 @@
 # shellcheck shell=bash disable=SC2154  # log_directory is the caller's
 # Shell functions for the scripts that people start: steps with progress, failures with their reason.
-# To be sourced by bash scripts, which set `log_directory` before their first step.
+# To be sourced by bash scripts, which set `log_directory` before their first step. The first of its deeds is to
+# answer --help with the comment at the script's head: scripts source it before they change the directory.
+
+if [[ ${1-} == --help ]]; then
+    awk 'NR == 1 || /^# shellcheck/ { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "$0"
+    exit 0
+fi
 
 # Seconds between two progress lines where the output is no terminal.
 readonly progress_interval=15
@@ -10,17 +16,26 @@ fail() {
     exit 1
 }
 
-# The last line of a log, cut to what fits one line.
+# The last line of a log, cut to 100 characters.
 last_line() {
     tail -c 2000 -- "$1" 2>/dev/null | tr '\r' '\n' | grep -v '^[[:space:]]*$' | tail -n 1 | cut -c -100
 }
 
+# Columns of the terminal on standard output.
+terminal_width() {
+    local width=0
+    { read -r _ width <<<"$(stty size <&3 2>/dev/null)"; } 3<&1
+    [[ ${width:-0} -gt 0 ]] || width=${COLUMNS:-80}
+    echo "$width"
+}
+
 # Shows how far a step is until it is killed or the script is gone.
 show_progress() {
-    local text=$1 log=$2 begin=$SECONDS
+    local text=$1 log=$2 begin=$SECONDS line
     while sleep 1 && kill -0 "$$" 2>/dev/null; do
         if [[ -t 1 ]]; then
-            printf '\r\033[K%s ... %d s  %s' "$text" $((SECONDS - begin)) "$(last_line "$log")"
+            line="$text ... $((SECONDS - begin)) s  $(last_line "$log")"
+            printf '\r\033[K%s' "${line:0:$(terminal_width)-1}"
         elif (((SECONDS - begin) % progress_interval == 0)); then
             printf '  ... %d s  %s\n' $((SECONDS - begin)) "$(last_line "$log")"
         fi
