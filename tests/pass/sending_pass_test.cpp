@@ -152,7 +152,7 @@ TEST_F(sending, cuts_chunks_below_the_limit) {
     }
 }
 
-TEST_F(sending, drops_the_reports_whose_hash_is_known) {
+TEST_F(sending, drops_by_hash_check_what_is_known) {
     const std::tuple<std::string, std::string, int> answers[] = {
         {"codes=0,true", "I idx: 1 state: 1", 2},
         {"codes=1.9", "I idx: 0 state: 1", 2},
@@ -176,7 +176,7 @@ TEST_F(sending, drops_the_reports_whose_hash_is_known) {
     EXPECT_EQ(counted("removed"), R"({"7":27})");
 }
 
-TEST_F(sending, removes_what_was_answered_200_or_400) {
+TEST_F(sending, removes_by_the_codes_200_and_400) {
     const std::tuple<std::string, std::string, int, const char*> answers[] = {
         {"codes=503,404,0", "I codes: 3", 5, "null"},
         {"status=503", "I codes: 0", 5, "null"},
@@ -199,7 +199,7 @@ TEST_F(sending, removes_what_was_answered_200_or_400) {
               "::sender::bad response, isn't a json\n");
 }
 
-TEST_F(sending, tries_again_only_where_nobody_answers) {
+TEST_F(sending, tries_posting_again_only_where_nobody_answers) {
     save(1);
     const listener refusing(-1);
     use_port(refusing.port());

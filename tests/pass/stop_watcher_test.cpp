@@ -11,7 +11,7 @@ namespace {
 
 using namespace test_support;
 
-class stop : public pass_test {
+class stop_watcher : public pass_test {
 protected:
     void SetUp() override {
         pass_test::SetUp();
@@ -62,7 +62,7 @@ protected:
     }
 };
 
-TEST_F(stop, ends_a_transfer) {
+TEST_F(stop_watcher, ends_a_transfer) {
     const std::string go_on = "HTTP/1.1 100 Continue\r\n\r\n";
     for (const std::string& start : {std::string(), go_on, go_on + answer("{}").substr(0, 20)}) {
         raw_peer server({[&](peer_connection& client) {
@@ -83,7 +83,7 @@ TEST_F(stop, ends_a_transfer) {
     stops_after("use_ssl/set finish");
 }
 
-TEST_F(stop, ends_the_wait_for_a_lock_and_an_endless_script) {
+TEST_F(stop_watcher, ends_the_wait_for_a_lock_and_an_endless_script) {
     const int lock = locked("tev_reporter_db_file_lock");
     EXPECT_EQ(stops_after("get_all_dispatch_times").count("I timestapms: *"), 0);
     close(lock);
@@ -92,7 +92,7 @@ TEST_F(stop, ends_the_wait_for_a_lock_and_an_endless_script) {
 }
 
 // A lock that is held for longer than a hang may take, and pauses for longer than a lock may.
-TEST_F(stop, waits_for_the_removal_of_answered_reports) {
+TEST_F(stop_watcher, waits_for_the_removal_of_answered_reports) {
     save(39);
     use_collector();
     // Each report took three pauses before.
@@ -112,7 +112,7 @@ TEST_F(stop, waits_for_the_removal_of_answered_reports) {
     EXPECT_EQ(stats()["removed"]["7"], 41);
 }
 
-TEST_F(stop, waits_for_a_cursor_but_not_for_the_walk_over_further_times) {
+TEST_F(stop_watcher, waits_for_a_cursor_but_not_for_the_walk_over_further_times) {
     use_script(R"(
 local times, ids = {}, {}
 for time = 1, 1000 do times[time] = time end
