@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -34,22 +35,16 @@ void reuse_address_only(socket_t socket) {
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
 }
 
-/// Binds the port, already listening; returns its number.
-int bind(httplib::Server& server, int port) {
+/// Binds a free port, already listening; returns its number.
+int bind(httplib::Server& server) {
     server.set_socket_options(reuse_address_only);
     server.set_tcp_nodelay(true);
     server.set_payload_max_length(collector::MAX_BODY_SIZE);
-    int bound = port;
-    if (port == 0) {
-        bound = server.bind_to_any_port(ADDRESS);
-    } else if (!server.bind_to_port(ADDRESS, port)) {
-        bound = -1;
+    const int port = server.bind_to_any_port(ADDRESS);
+    if (port < 0) {
+        throw std::runtime_error(std::string("cannot bind a port of ") + ADDRESS);
     }
-    if (bound < 0) {
-        throw std::runtime_error("cannot bind port " + std::to_string(port) + " of " + ADDRESS +
-                                 ", is it in use?");
-    }
-    return bound;
+    return port;
 }
 
 /// The file appears whole: who waits for it never reads a part of the number.
@@ -71,8 +66,7 @@ void serve(const collector::options& options) {
     if (!options.known_hashes.empty()) {
         store.read_known_hashes(options.known_hashes);
     }
-    collector::request_desk desk(options.reports_path, options.check_hashes_path, options.plan,
-                                 std::move(store));
+    collector::request_desk desk(options.plan, std::move(store));
 
     std::string fault;
     httplib::SSLServer server([&](SSL_CTX& context) {
@@ -83,7 +77,7 @@ void serve(const collector::options& options) {
         throw std::runtime_error(fault);
     }
     desk.attach(server);
-    tell_port(bind(server, options.port), options.port_file);
+    tell_port(bind(server), options.port_file);
 
     std::thread([&server] {
         server.listen_after_bind();

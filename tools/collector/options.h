@@ -8,11 +8,8 @@
 namespace collector {
 
 struct options {
-    int port = 0;
     std::string port_file;
     tls_files tls;
-    std::string reports_path = "reports";
-    std::string check_hashes_path = "check_hashes";
     std::string known_hashes;
     std::string store;
     answer_plan plan;

@@ -1,11 +1,8 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
-#include <istream>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <json/json.h>
@@ -25,10 +22,7 @@ struct planned_answer {
     std::optional<Json::Value> codes;    ///< the array sent as "body", of any length and content
     std::optional<std::string> body;     ///< the answer's bytes, whatever was decided
     std::chrono::milliseconds delay{0};  ///< before the answer's first byte
-    std::chrono::milliseconds drip{0};   ///< before each byte of the answer
     cut_point cut = cut_point::NOWHERE;
-    std::optional<std::size_t> garbage;  ///< that many bytes instead of an HTTP answer
-    std::vector<std::pair<std::string, std::string>> headers;  ///< added to the answer's head
     bool keep = true;  ///< whether reports that are answered 200 are kept
 };
 
@@ -36,21 +30,17 @@ struct planned_answer {
 /// safe to ask from several threads.
 class answer_plan {
 public:
-    /// Adds one line: NUMBER|* reports|check_hashes|* SETTING... (see the program's help). Blank
-    /// lines and those that begin with # are passed over. Throws std::invalid_argument.
+    /// Adds one line: NUMBER|* reports|check_hashes SETTING... (see the program's help). Throws
+    /// std::invalid_argument.
     void add(const std::string& line);
 
-    /// Adds every line of the stream. Throws std::invalid_argument with the line's number.
-    void add_all(std::istream& lines);
-
-    /// The first line that fits: the request is the number-th of its endpoint, the total-th of all,
-    /// both counted from 1.
-    planned_answer find(endpoint where, unsigned number, unsigned total) const;
+    /// The first line that fits: the request is the number-th of its endpoint, counted from 1.
+    planned_answer find(endpoint where, unsigned number) const;
 
 private:
     struct entry {
         std::optional<unsigned> number;
-        std::optional<endpoint> where;
+        endpoint where = endpoint::REPORTS;
         planned_answer answer;
     };
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iostream>
-#include <random>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -45,13 +44,6 @@ std::string summary(const Json::Value& codes) {
     return text.empty() ? "-" : text;
 }
 
-std::string garbage(std::size_t size) {
-    std::mt19937 source(size);  // NOLINT(bugprone-random-generator-seed): the same at every run
-    std::string bytes(size, '\0');
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(source()); });
-    return bytes;
-}
-
 std::string head_of(const httplib::Response& response) {
     std::ostringstream head;
     head << "HTTP/1.1 " << response.status << " Planned\r\n";
@@ -62,23 +54,17 @@ std::string head_of(const httplib::Response& response) {
     return head.str();
 }
 
-/// The bytes of an answer that is not left to the HTTP server.
-std::string raw_answer(const httplib::Response& response, const planned_answer& planned) {
+/// The bytes of an answer that breaks off.
+std::string cut_answer(const httplib::Response& response, cut_point cut) {
     const std::string head = head_of(response);
-    if (planned.garbage) {
-        return garbage(*planned.garbage);
-    }
-    switch (planned.cut) {
-        case cut_point::BEFORE_ANSWER:
-            return "";
+    switch (cut) {
         case cut_point::IN_HEAD:
             return head.substr(0, head.size() / 2);
         case cut_point::IN_BODY:
             return head + response.body.substr(0, response.body.size() / 2);
-        case cut_point::NOWHERE:
-            break;
+        default:
+            return "";
     }
-    return head + response.body;
 }
 
 std::string answer_text(int status, const Json::Value& codes, const std::string& reason) {
@@ -93,12 +79,8 @@ std::string answer_text(int status, const Json::Value& codes, const std::string&
 
 }  // namespace
 
-request_desk::request_desk(const std::string& reports_path, const std::string& check_hashes_path,
-                           answer_plan plan, report_store store)
-    : _endpoints{{without_leading_slashes(reports_path), endpoint::REPORTS},
-                 {without_leading_slashes(check_hashes_path), endpoint::CHECK_HASHES}},
-      _plan(std::move(plan)),
-      _store(std::move(store)) {}
+request_desk::request_desk(answer_plan plan, report_store store)
+    : _plan(std::move(plan)), _store(std::move(store)) {}
 
 void request_desk::attach(httplib::Server& server) {
     using httplib::Request;
@@ -114,8 +96,10 @@ void request_desk::attach(httplib::Server& server) {
 }
 
 void request_desk::answer(const httplib::Request& request, httplib::Response& response) {
-    const auto found = _endpoints.find(without_leading_slashes(request.path));
-    if (found == _endpoints.end()) {
+    static const std::map<std::string, endpoint> ENDPOINTS = {
+        {"reports", endpoint::REPORTS}, {"check_hashes", endpoint::CHECK_HASHES}};
+    const auto found = ENDPOINTS.find(without_leading_slashes(request.path));
+    if (found == ENDPOINTS.end()) {
         response.status = NOT_FOUND;
         refuse(request, response);
         return;
@@ -128,14 +112,11 @@ void request_desk::answer(const httplib::Request& request, httplib::Response& re
 
     response.status = made.status;
     response.set_header(NUMBER_HEADER, std::to_string(number));
-    for (const auto& [name, value] : planned.headers) {
-        response.set_header(name, value);
-    }
     response.set_content(planned.body.value_or(answer_text(made.status, made.codes, made.reason)),
                          JSON_TYPE);
     std::this_thread::sleep_for(planned.delay);
-    if (planned.garbage || planned.cut != cut_point::NOWHERE || planned.drip.count() > 0) {
-        send_and_close(*request.ssl, raw_answer(response, planned), planned.drip);
+    if (planned.cut != cut_point::NOWHERE) {
+        send_and_close(*request.ssl, cut_answer(response, planned.cut));
     }
 }
 
@@ -156,7 +137,7 @@ void request_desk::refuse(const httplib::Request& request, httplib::Response& re
 planned_answer request_desk::count_and_plan(endpoint where, unsigned& number) {
     const std::lock_guard<std::mutex> lock(_mutex);
     number = ++_total;
-    return _plan.find(where, ++_counts[where], number);
+    return _plan.find(where, ++_counts[where]);
 }
 
 request_desk::decision request_desk::decide(endpoint where, const std::string& text,

@@ -16,9 +16,7 @@ namespace collector {
 /// sent. All members may be called from several threads at once.
 class request_desk {
 public:
-    /// Slashes at the paths' beginning do not matter, here and in requests.
-    request_desk(const std::string& reports_path, const std::string& check_hashes_path,
-                 answer_plan plan, report_store store);
+    request_desk(answer_plan plan, report_store store);
 
     /// Makes the server pass its requests to this object, which has to outlive it.
     void attach(httplib::Server& server);
@@ -43,7 +41,6 @@ private:
     void print_line(unsigned number, const httplib::Request& request, const decision& made,
                     const planned_answer& planned);
 
-    std::map<std::string, endpoint> _endpoints;
     answer_plan _plan;
     std::mutex _mutex;  ///< guards all below and standard output
     report_store _store;

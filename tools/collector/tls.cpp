@@ -8,7 +8,6 @@
 #include <fstream>
 #include <memory>
 #include <system_error>
-#include <thread>
 
 #include <openssl/err.h>
 #include <openssl/x509.h>
@@ -88,17 +87,12 @@ std::string client_name(const SSL& connection) {
     return name.data();
 }
 
-void send_and_close(const SSL& connection, const std::string& bytes,
-                    std::chrono::milliseconds drip) {
+void send_and_close(const SSL& connection, const std::string& bytes) {
     // The HTTP server hands its connection out for reading; it writes nothing while the handler
     // runs.
     auto* const writable = const_cast<SSL*>(&connection);
-    const std::size_t step = drip.count() > 0 ? 1 : bytes.size();
-    for (std::size_t sent = 0; sent < bytes.size(); sent += step) {
-        std::this_thread::sleep_for(drip);
-        if (SSL_write(writable, bytes.data() + sent, static_cast<int>(step)) <= 0) {
-            break;
-        }
+    if (!bytes.empty()) {
+        SSL_write(writable, bytes.data(), static_cast<int>(bytes.size()));
     }
     shutdown(SSL_get_fd(&connection), SHUT_RDWR);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <string>
 
 #include <openssl/ssl.h>
@@ -23,8 +22,7 @@ std::string configure_tls(SSL_CTX& context, const tls_files& files);
 std::string client_name(const SSL& connection);
 
 /// Writes the bytes past the HTTP server and closes the connection, so that whatever the server
-/// writes after them is lost. Waits drip before each single byte unless it is 0.
-void send_and_close(const SSL& connection, const std::string& bytes,
-                    std::chrono::milliseconds drip);
+/// writes after them is lost.
+void send_and_close(const SSL& connection, const std::string& bytes);
 
 }  // namespace collector
