@@ -8,7 +8,6 @@ set -euo pipefail
 source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
 
-log_directory=$PWD/build/logs
 readonly build=$PWD/build/release
 readonly demo=$PWD/build/demo     # what this run leaves to look at
 readonly device=$demo/device      # the root of the device's own paths

@@ -8,7 +8,6 @@
 set -euo pipefail
 source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
-log_directory=$PWD/build/logs
 
 readonly sysroot=build/sysroot          # the system's own libraries
 readonly root=build/device-root-fs      # with the platform's, as on a device

@@ -11,7 +11,6 @@
 set -euo pipefail
 source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
-log_directory=$PWD/build/logs
 
 # clang with its fuzzer library, which is a package of its own.
 can_fuzz() {

@@ -1,4 +1,4 @@
-# shellcheck shell=bash disable=SC2154  # scratch and log_directory are the caller's
+# shellcheck shell=bash disable=SC2154  # scratch is the caller's
 # What the measurements of this machine share: a device in the directory `scratch`, which the caller makes and
 # removes, sending passes beside a collector, and the bare program to compare them with. To be sourced by bash
 # scripts in the root of the tree, after dev/lib.sh.

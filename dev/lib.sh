@@ -1,12 +1,14 @@
-# shellcheck shell=bash disable=SC2154  # log_directory is the caller's
-# Shell functions for the scripts that people start: steps with progress, failures with their reason.
-# To be sourced by bash scripts, which set `log_directory` before their first step. The first of its deeds is to
-# answer --help with the comment at the script's head: scripts source it before they change the directory.
+# shellcheck shell=bash
+# Shell functions for the scripts that people start: steps with progress, failures with their reason. To be sourced
+# by bash scripts before they change the directory, as it answers --help with the comment at the script's head.
 
 if [[ ${1-} == --help ]]; then
     awk 'NR == 1 || /^# shellcheck/ { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "$0"
     exit 0
 fi
+
+log_directory=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)/build/logs
+readonly log_directory
 
 # Seconds between two progress lines where the output is no terminal.
 readonly progress_interval=15
