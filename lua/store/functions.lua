@@ -168,9 +168,9 @@ local function list_ids(time)
   return ids
 end
 
--- A number as JSON, whatever a damaged row holds.
-local function json_number(number)
-  return number and math.abs(number) < 2 ^ 53 and whole(number) or "0"
+-- A number as JSON within bounds, whatever a damaged row holds: the agent could not count what it cannot hold.
+local function json_number(number, least, most)
+  return whole(math.max(least, math.min(most, number or least)))
 end
 
 -- Every value is a number, hexadecimal or Base64 and needs no quoting.
@@ -180,11 +180,12 @@ local function read_report(id)
     .. "CROSS JOIN accounts ON one = 1 WHERE reports.id = %.0f", id)
   if not row then return nil end
   local least = setting("check_hash_min_size")
-  return table.concat({ '{"module":', json_number(row.module), ',"type":', json_number(row.type),
-    ',"aggregationid":', json_number(row.aggregationid), ',"count":', json_number(row.count),
-    ',"size":', json_number(row.size), ',"first_time":', json_number(row.first_time),
-    ',"last_time":', json_number(row.last_time), ',"SHA256":"', row.sha256, '","uid":"', row.store, "-", whole(id),
-    '"', least > 0 and row.size and row.size >= least and ',"check_hash":1' or "",
+  return table.concat({ '{"module":', json_number(row.module, -32768, 32767), ',"type":',
+    json_number(row.type, -32768, 32767), ',"aggregationid":', json_number(row.aggregationid, 0, 2 ^ 32 - 1),
+    ',"count":', json_number(row.count, 1, 2 ^ 31 - 1), ',"size":', json_number(row.size, 0, 2 ^ 53),
+    ',"first_time":', json_number(row.first_time, 0, 2 ^ 53), ',"last_time":', json_number(row.last_time, 0, 2 ^ 53),
+    ',"SHA256":"', row.sha256, '","uid":"', row.store, "-", whole(id), '"',
+    least > 0 and row.size and row.size >= least and ',"check_hash":1' or "",
     row.first_time and row.first_time < FIRST_RELEASE and ',"clock":"untrusted"' or "",
     ',"encoding":"deflate+base64","content":"', (string.gsub(row.body, "[^A-Za-z0-9+/=]", "")), '"}' })
 end

@@ -276,9 +276,16 @@ TEST_F(storage_script, gives_any_content_back) {
     const std::size_t at = bytes.find(read(damaged)["content"].asString().substr(700, 8));
     write_text(file, bytes.replace(at, 8, {"\"\\\0\xff{}'\n", 8}));
 
+    query(
+        "UPDATE accounts SET saved = saved - 6; UPDATE reports SET module = 99999, count = -5, "
+        "first_time = 'x' WHERE id = " +
+        std::to_string(damaged));
+
     auto cursor = store()->cursor(NEXT);
     ASSERT_TRUE(cursor.has_next());
-    EXPECT_EQ(cursor.to_json()["size"], 1000);
+    const Json::Value bounded = cursor.to_json();
+    EXPECT_EQ(bounded["size"], 1000);
+    EXPECT_EQ(bounded["count"].asUInt() + unsigned(bounded["module"].asInt()), 1U + 32767);
     cursor.remove();
     for (const std::string& content : contents) {
         ASSERT_TRUE(cursor.has_next());
@@ -287,7 +294,7 @@ TEST_F(storage_script, gives_any_content_back) {
         EXPECT_TRUE(reporter::inflate(stream.data(), unsigned(stream.size())) == content);
         cursor.remove();
     }
-    EXPECT_EQ(query("SELECT saved, removed, (SELECT count(*) FROM alike) FROM accounts"), "9|9|0");
+    EXPECT_EQ(query("SELECT saved, removed, (SELECT count(*) FROM alike) FROM accounts"), "3|3|0");
 }
 
 TEST_F(storage_script, asks_by_hash_from_a_size_on) {

@@ -149,13 +149,9 @@ int HttpSession::request(const std::string& body, const Method& method) {
     requestData = &body;
 
     const auto begin = std::chrono::system_clock::now();
-    CURLcode result = layer->curl_easy_perform(curl);
+    const CURLcode result = layer->curl_easy_perform(curl);
     const double seconds = secondsBetween(begin, std::chrono::system_clock::now());
     requestData = nullptr;
-    if (result == CURLE_OK && interruptSignal) {
-        // An answer that ends with its connection looks complete where the interrupt cut it.
-        result = CURLE_ABORTED_BY_CALLBACK;
-    }
     if (result != CURLE_OK) {
         // Kept: busy stays set, the owner is expected to drop a session whose transfer failed.
         REPORTER_ERROR(url << " time:" << seconds << " sent:" << body.size() << " curl:" << result
