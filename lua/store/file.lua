@@ -7,7 +7,7 @@ local BUSY_WAIT_MS = 2000
 local LEAST_LIMIT = 64
 
 -- Pages that a store without reports holds: the header, the pointer map and the root of each table.
-local EMPTY_PAGES = 7
+local EMPTY_PAGES = 8
 
 -- Free pages that stay in the file for the next saves.
 local SHRINK_KEEP = 8
@@ -54,7 +54,7 @@ end
 -- each of three levels. To give back a page writes that page, its parent and the page before it. Of the pages
 -- that a content frees only those become part of the journal that the free list takes as trunks (each lists
 -- others, four bytes apiece), with the pointer maps (five bytes for a page). These are reckoned for at least twice
--- the file, so that it does not outgrow them in one save: 260 KiB in all for a file of up to 8 MiB.
+-- the file, so that it does not outgrow them in one save: 257 KiB in all for a file of up to 8 MiB.
 local function journal_need(file_pages)
   local bound = 4096
   while bound < 2 * file_pages do bound = bound * 2 end
@@ -69,15 +69,23 @@ local function grow_journal(pages)
   database.number("PRAGMA max_page_count = 1073741823")
   database.execute("BEGIN IMMEDIATE")
   account("journal_pages = 0")
-  database.execute("REPLACE INTO contents VALUES(1, 0, x'', zeroblob(%d))", pages * PAGE_SIZE)
+  database.execute("DELETE FROM filler WHERE id = 1")
+  database.execute("INSERT INTO filler(id, body) VALUES(1, zeroblob(%d))", pages * PAGE_SIZE)
   database.execute("COMMIT")
   database.row("PRAGMA journal_mode = PERSIST")
   database.number("PRAGMA secure_delete = ON")
   database.execute("BEGIN IMMEDIATE")
-  database.execute("DELETE FROM contents WHERE id = 1")
+  database.execute("DELETE FROM filler WHERE id = 1")
   account("journal_pages = %d", pages)
   database.execute("COMMIT")
   vacuum(pages)
+end
+
+-- A filler that found no room in the journal goes, or its pages would stay until the disk is freed: some at a time,
+-- since the journal has each page that a transaction gives back.
+local function drop_filler(pages)
+  database.execute("DELETE FROM filler WHERE id = 1")
+  for _ = 1, pages, 3 do vacuum(2) end
 end
 
 -- Sees to the journal's room, and to the bound of the file. Returns SQLite's message when the disk has no room.
@@ -87,6 +95,7 @@ local function keep_bounds(room)
   if room < need then grown, message = pcall(grow_journal, need) end
   if not grown then pcall(database.execute, "ROLLBACK") end
   database.number("PRAGMA secure_delete = OFF")
+  if not grown then pcall(drop_filler, need) end
   database.number("PRAGMA max_page_count = %d", page_limit())
   return message
 end
@@ -106,21 +115,23 @@ local function connect()
   database.row("PRAGMA cache_size = -256")
 end
 
--- Refuses what is not this script's store, and brings what is to the newest version.
+-- Refuses what is not this script's store, and brings what is to the newest version. A file without tables is
+-- fresh, also one that was begun when the process was killed.
 local function recognise()
   local version = database.number("PRAGMA user_version")
-  if page_count() == 0 then
+  if database.number("PRAGMA application_id") ~= APPLICATION_ID then
+    if database.number("SELECT count(*) FROM sqlite_master") > 0 then error(FOREIGN .. "another application's", 0) end
     version = 0
-  elseif database.number("PRAGMA application_id") ~= APPLICATION_ID then
-    error(FOREIGN .. "another application's", 0)
-  end
-  if version > #VERSIONS then
+  elseif version < 1 then
+    error(FOREIGN .. "of version " .. version, 0)
+  elseif version > #VERSIONS then
     error("of version " .. version .. ", newer than this script's " .. #VERSIONS, 0)
-  elseif version < #VERSIONS then
-    migrate(version)
   end
+  if version < #VERSIONS then migrate(version) end
   local complete, message = pcall(database.row, USED)
-  if not complete then error((string.gsub(message, "^no such ", FOREIGN .. "%0")), 0) end
+  if complete then return end
+  local other = string.find(message, "^no such ") or string.find(message, "^ambiguous ")
+  error((other and FOREIGN or "") .. message, 0)
 end
 
 -- Opens the database when need be. The journal is looked for at each call, as another SQLite client that

@@ -81,14 +81,16 @@ local SURVEY = "SELECT " .. wide("batch, first_id, last_id, sealed, day") .. " F
   .. "(SELECT id FROM reports WHERE id BETWEEN first_id AND last_id ORDER BY id LIMIT 1) "
   .. "WHERE batches.batch >= " .. whole(BATCH_BASE) .. " ORDER BY batches.batch"
 
--- The dispatch times of stored reports, statements that mend batches, and batches with reports of before a day.
+-- The dispatch times of stored reports, what mends batches, and batches with reports of before a day.
 -- Once the clock is set, a time beyond what the schedule can give comes from a clock that was ahead: its batch
 -- moves to the next regular time, and its range of ids ends here.
 local function survey(now, first_day)
   local latest, times, mend, aged = next_dispatch_time(now), {}, {}, {}
   local function end_batch(statement, batch)
-    mend[#mend + 1] = string.format(statement .. " WHERE batch = %.0f", batch)
-    mend[#mend + 1] = string.format("UPDATE accounts SET newest_batch = 0 WHERE one = 1 AND newest_batch = %.0f", batch)
+    mend[#mend + 1] = function()
+      database.execute(statement .. " WHERE batch = %.0f", batch)
+      account("newest_batch = CASE newest_batch WHEN %.0f THEN 0 ELSE newest_batch END", batch)
+    end
   end
   database.each(function(row)
     local time = time_of(row.batch)
@@ -126,8 +128,7 @@ local function list_times()
   local times, mend, aged = survey(now, first_day)
   local day = math.floor(now / DAY)
   if day > state.latest_day then
-    mend[#mend + 1] = string.format("UPDATE accounts SET latest_day = %.0f, listed_days = listed_days + 1 "
-      .. "WHERE one = 1", day)
+    mend[#mend + 1] = function() account("latest_day = %.0f, listed_days = listed_days + 1", day) end
   end
   if #mend + #aged == 0 then
     if surplus() > 0 then transaction(function() end) end
@@ -136,7 +137,7 @@ local function list_times()
   local dropped
   local done, message = pcall(transaction, function()
     dropped = drop(aged_reports(aged, first_day), free_pages() + AGED_PAGES, "dropped_age")
-    for at = 1, #mend do database.execute(mend[at]) end
+    for at = 1, #mend do mend[at]() end
   end)
   if done then
     tell(dropped, "age")
@@ -180,10 +181,12 @@ local function read_report(id)
     .. "CROSS JOIN accounts ON one = 1 WHERE reports.id = %.0f", id)
   if not row then return nil end
   local least = setting("check_hash_min_size")
-  return table.concat({ '{"module":', json_number(row.module, -32768, 32767), ',"type":',
-    json_number(row.type, -32768, 32767), ',"aggregationid":', json_number(row.aggregationid, 0, 2 ^ 32 - 1),
+  return table.concat({ '{"module":', json_number(row.module, -32768, 32767),
+    ',"type":', json_number(row.type, -32768, 32767),
+    ',"aggregationid":', json_number(row.aggregationid, 0, 2 ^ 32 - 1),
     ',"count":', json_number(row.count, 1, 2 ^ 31 - 1), ',"size":', json_number(row.size, 0, 2 ^ 53),
-    ',"first_time":', json_number(row.first_time, 0, 2 ^ 53), ',"last_time":', json_number(row.last_time, 0, 2 ^ 53),
+    ',"first_time":', json_number(row.first_time, -2 ^ 53, 2 ^ 53),
+    ',"last_time":', json_number(row.last_time, -2 ^ 53, 2 ^ 53),
     ',"SHA256":"', row.sha256, '","uid":"', row.store, "-", whole(id), '"',
     least > 0 and row.size and row.size >= least and ',"check_hash":1' or "",
     row.first_time and row.first_time < FIRST_RELEASE and ',"clock":"untrusted"' or "",

@@ -43,14 +43,17 @@ local VERSIONS = {
         body TEXT NOT NULL)]],
     -- The newest report under a hash of what makes reports alike, or of caller and file hash.
     [[CREATE TABLE alike(key INTEGER PRIMARY KEY, id INTEGER NOT NULL, batch INTEGER NOT NULL)]],
+    -- Empty, but for the moment in which the journal gets its room.
+    [[CREATE TABLE filler(id INTEGER PRIMARY KEY, body BLOB NOT NULL)]],
   },
 }
 
 -- Every column that this script uses: a store without one of them is not ours.
-local USED = [[SELECT saved, joined, removed, dropped_space, dropped_age, refused, set_aside, next_id, newest_batch,
+local USED = [[SELECT one, saved, joined, removed, dropped_space, dropped_age, refused, set_aside, next_id, newest_batch,
   latest_day, listed_days, journal_pages, store, batches.batch, first_id, last_id, sealed, reports.id, module, type,
-  aggregationid, count, first_time, last_time, day, like_key, file_key, contents.id, size, sha256, body,
-  alike.key, alike.id, alike.batch FROM accounts, batches, reports, contents, alike LIMIT 0]]
+  aggregationid, count, first_time, last_time, day, like_key, file_key, contents.id, size, sha256, contents.body,
+  alike.key, alike.id, alike.batch, filler.id, filler.body FROM accounts, batches, reports, contents, alike, filler
+  LIMIT 0]]
 
 local database
 local times_set_aside = 0
@@ -63,9 +66,9 @@ end
 -- Accounts for what is stored, in a fresh store or where they were lost: ids go on above the highest, and no
 -- batch goes on.
 local function begin_accounts()
-  database.execute("INSERT INTO accounts(one, saved, set_aside, next_id, store) SELECT 1, total(count), %d, "
-    .. "max(coalesce(max(id) + 1, 0), %d + abs(random() %% %d)), lower(hex(randomblob(16))) FROM reports "
-    .. "WHERE id > 0", times_set_aside, LOWEST_ID, ID_SPREAD)
+  database.execute("INSERT INTO accounts(one, saved, listed_days, set_aside, next_id, store) "
+    .. "SELECT 1, total(count), coalesce(max(day), 0), %d, max(coalesce(max(id) + 1, 0), %d + abs(random() %% %d)), "
+    .. "lower(hex(randomblob(16))) FROM reports WHERE id > 0", times_set_aside, LOWEST_ID, ID_SPREAD)
   database.execute("UPDATE batches SET last_id = min(last_id, (SELECT next_id - 1 FROM accounts WHERE one = 1)) "
     .. "WHERE batch >= %.0f", BATCH_BASE)
 end

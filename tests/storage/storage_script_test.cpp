@@ -142,10 +142,21 @@ TEST_F(storage_script, sets_damage_aside_once) {
 }
 
 TEST_F(storage_script, keeps_each_store_that_is_not_its_own) {
+    for (int write = 1; write < 8; ++write) {
+        EXPECT_FALSE(in_children(1, [&] {
+            last_write = write;
+            return save("while the store is made") != 0;
+        }));
+        save("goes on");
+        EXPECT_FALSE(std::filesystem::exists(file + ".foreign.1")) << write;
+        std::filesystem::remove(file);
+    }
     write_text(file + ".broken", "an earlier one");
     const std::pair<std::string, std::string> changes[] = {
         {"CREATE TABLE reports(id INTEGER PRIMARY KEY)", "another application's"},
         {"ALTER TABLE reports DROP COLUMN day", "no such column: day"},
+        {"ALTER TABLE contents ADD COLUMN module", "ambiguous column name: module"},
+        {"PRAGMA user_version = 0", "of version 0"},
         {"DROP TABLE alike", "no such table: alike"}};
     int number = 0;
     for (const auto& [change, reason] : changes) {
@@ -250,9 +261,11 @@ TEST_F(storage_script, makes_do_without_a_free_byte) {
 TEST_F(storage_script, makes_the_room_again_that_its_journal_has_lost) {
     const ids saved = fill(40, 700);
     std::filesystem::remove(file + "-journal");
-    for (const long left : {20000, -1, 0}) {
+    const auto size = std::filesystem::file_size(file);
+    for (const long left : {20000, 340000, -1, 0}) {
         disk_left = left;
         times();
+        EXPECT_LE(std::filesystem::file_size(file), size) << "what makes the room stays: " << left;
     }
     for (const unsigned id : saved) {
         EXPECT_EQ(remove(id), 1U);

@@ -53,7 +53,7 @@ protected:
     };
     // Bytes of a page; pages that one call gives back at most, that a report takes beyond those of
     // its content, and that an empty store has.
-    static constexpr long PAGE = 4096, STEP = 32, SLACK = 24, EMPTY = 7;
+    static constexpr long PAGE = 4096, STEP = 32, SLACK = 24, EMPTY = 8;
     static constexpr long FIRST_RELEASE = 1790812800, KILLED = -1, FAILED = -2;
     static constexpr batch_key NONE{-1, 0};
 

@@ -18,7 +18,8 @@ sqlite3 = { open = function(...)
     local database, plan = open(...), ""
     local execute = database.execute
     function database.execute(sql, ...)
-        if string.find(sql, "^[DISU]") and not string.find(sql, "LIMIT 0") then
+        if string.find(sql, "^[DISU]") and not string.find(sql, "LIMIT 0") and
+            not string.find(sql, "sqlite_master") then
             database.each(function(row) plan = plan .. row.detail end, "EXPLAIN QUERY PLAN " .. sql, ...)
         end
         if string.find(plan, "SCAN %l") or string.find(plan, "TEMP") then error(plan, 0) end
