@@ -190,8 +190,7 @@ TEST_F(storage_script, goes_on_with_its_own_store) {
     EXPECT_TRUE(read_text(file) == sound);
 
     query("PRAGMA user_version = 1");
-    const std::string last =
-        "alike(key INTEGER PRIMARY KEY, id INTEGER NOT NULL, batch INTEGER NOT NULL)]],\n  },\n";
+    const std::string last = "body BLOB NOT NULL)]],\n  },\n";
     script.replace(script.find(last) + last.size(), 0,
                    "{ 'ALTER TABLE reports ADD COLUMN kept INTEGER DEFAULT 8' },\n");
     save("by the next version");
