@@ -63,7 +63,7 @@ protected:
         return *std::next(std::begin(list), below(long(std::size(list))));
     }
     unsigned some_id() {
-        return reports.empty() || below(5) == 0 ? highest - unsigned(below(100))
+        return reports.empty() || below(5) == 0 ? highest - 1 - unsigned(below(100))
                                                 : one_of(reports).first;
     }
     static long pages(const kept& of) { return long(of.report.content.size()) * 4 / 3 / PAGE; }
