@@ -71,14 +71,14 @@ TEST_F(stop_watcher, ends_a_transfer) {
             client.read();
         }});
         use_port(server.port());
-        stops_after("returned chunkSize=", "I response status code: -*");
+        stops_after("returned chunkSize=", "I response status code: *");
     }
     raw_peer no_handshake({[](peer_connection& client) { client.read_request(); }}, {""});
     use_port(no_handshake.port());
-    stops_after("sslctxfun curl status: 0", "I response status code: -*");
+    stops_after("sslctxfun curl status: 0", "I response status code: *");
     const listener no_connection(0);
     use_port(no_connection.port());
-    stops_after("use_ssl/set finish", "I response status code: -*");
+    stops_after("use_ssl/set finish", "I response status code: *");
     sender()["server_url"] = "https://reports.example.com";  // Its resolver never answers.
     stops_after("use_ssl/set finish");
 }

@@ -11,7 +11,7 @@ namespace test_support {
 
 /// Looks every few milliseconds whether `holds`; false when it does not within the deadline.
 bool wait_until(const std::function<bool()>& holds,
-                std::chrono::seconds deadline = std::chrono::seconds(60));
+                std::chrono::seconds deadline = std::chrono::seconds(120));
 
 /// Makes this process that of the command. Returns when it cannot.
 void execute(std::vector<std::string>& command);
