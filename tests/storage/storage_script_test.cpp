@@ -237,7 +237,7 @@ TEST_F(storage_script, makes_do_without_a_free_byte) {
         return;
     }
     const std::string full = "W LUA: report refused, report store: database or disk is full";
-    for (const auto& [count, content] : {std::pair(1U, 40000U), {24, 40000}, {300, 100}}) {
+    for (const auto& [count, content] : {std::pair(1U, 40000U), {24, 40000}, {150, 100}}) {
         const ids saved = fill(count, content);
         const std::string sound = read_text(file);
         std::ofstream filler(data_dir() / "filler");
