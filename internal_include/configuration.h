@@ -92,6 +92,7 @@ public:
         REPORTER_INFO("get script: " << name);
         const auto found = _scripts.find(name);
         if (found == _scripts.end()) {
+            // Kept: the wording, which technicians look for.
             throw configuration_exception("script: " + name + " doesn't found");
         }
         return found->second;

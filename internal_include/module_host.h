@@ -21,6 +21,7 @@ class module_host {
 public:
     module_host(Policy policy, std::string name)
         : _policy(std::move(policy)), _name(std::move(name)) {
+        // Kept: the log says "are".
         REPORTER_INFO("module[" << _name << "] are constructed");
     }
     module_host(const module_host&) = delete;

@@ -57,6 +57,7 @@ Json::Value load_config_file(const std::string& dir) {
             REPORTER_INFO("inspect: " << path);
         }
     }
+    // Kept: the wording, which technicians look for.
     throw configuration_exception("config doesn't found");
 }
 

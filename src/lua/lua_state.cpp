@@ -47,6 +47,7 @@ bool call_native(lua_State* lua, const char* data, std::size_t size) {
             reinterpret_cast<lua_state::string_function>(lua_touserdata(lua, lua_upvalueindex(1)));
         REPORTER_INFO("calling C function from lua, input size: " << size);
         std::string result = function(data, static_cast<unsigned int>(size));
+        // Kept: "outpit" is the spelling of the log.
         REPORTER_INFO("calling C function from lua, outpit size: " << result.size());
         lua_pushlightuserdata(lua, &result);
         return lua_pcall(lua, 1, 1, 0) == 0;
@@ -166,6 +167,7 @@ void lua_state::run_script(const std::string& text) {
         return;
     }
     const std::string message = pop_message(_lua);
+    // Kept: the log spells it otherwise than the exception.
     REPORTER_ERROR("cant't run script: " << message);
     throw lua_exception("can't run script, error: " + message);
 }
@@ -210,6 +212,7 @@ bool lua_state::is_type(const std::string& name, int lua_type_wanted) const {
 
 void lua_state::check_function(const std::string& name) const {
     if (!is_function(name)) {
+        // Kept: the wording, which goes to the log and the journal.
         throw lua_exception("lua_state dosn't has the function: " + name);
     }
 }

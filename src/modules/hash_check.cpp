@@ -63,6 +63,7 @@ std::vector<unsigned int> get_known_ids(const Reports& reports,
             known.push_back(report["_ID"].asUInt());
             REPORTER_INFO("ID: " << known.back() << " - HASH: " << report["SHA256"].asString());
         } else if (state == server_has_it) {
+            // Kept: "to many", as the log's readers look for it.
             REPORTER_INFO("to many states of hashes");
         }
         ++idx;

@@ -62,6 +62,7 @@ void report_sender_module_policy::run_impl() {
             _stopped = true;
         }
     } catch (const http_session_exception& error) {
+        // Kept: "cann't", as the log's readers look for it.
         get_journal().add(journal_source, error.what());
         REPORTER_ERROR("cann't send: " << error.what());
     } catch (const std::exception& error) {
@@ -98,6 +99,7 @@ bool report_sender_module_policy::may_send() {
 
 void report_sender_module_policy::send_due_reports(long now) {
     const std::vector<long> times = _storage->get_all_dispatch_times();
+    // Kept: the spelling of the log.
     REPORTER_INFO("timestapms: " << times.size());
     for (const long time : times) {
         REPORTER_INFO("timestamp: " << time << ", datetime: " << calendar_text(time));

@@ -76,6 +76,7 @@ void HttpSession::setOption(CURLoption option, T value, const char* label) {
     }
 }
 
+// Kept: the numbers in these labels are part of the texts that are logged, here and below.
 void HttpSession::setTransferOptions(long timeout) {
     setOption(CURLOPT_URL, url.c_str(), "106 : CURLOPT_URL ! ");
     setOption(CURLOPT_TIMEOUT, timeout, "107 : CURLOPT_TIMEOUT ! ");
