@@ -19,6 +19,7 @@ namespace reporter::modules {
 template <class Policy>
 class module_host {
 public:
+    /// Takes the policy over. `name` stands in the log. Nothing runs yet.
     module_host(Policy policy, std::string name)
         : _policy(std::move(policy)), _name(std::move(name)) {
         // Kept: the log says "are".
@@ -27,7 +28,7 @@ public:
     module_host(const module_host&) = delete;
     module_host& operator=(const module_host&) = delete;
 
-    /// Stops the work and waits for it.
+    /// Stops the work and waits for it, however long it takes to end.
     ~module_host() {
         stop();
         wait();
@@ -35,6 +36,7 @@ public:
     }
 
     /// Starts the thread unless it is running. An exception out of the work is logged and ends it.
+    /// Throws std::system_error when no thread can be made.
     void run() {
         REPORTER_INFO("module_host::run module[" << _name << "]");
         if (_thread.joinable()) {
@@ -50,7 +52,7 @@ public:
                 REPORTER_ERROR("fatal error in module[" << _name << "]: " << error.what());
             }
             if (_stopped) {
-                // Nobody here waits on it; kept for an owner that wants to wait for a stop.
+                // Kept: nobody waits on it today.
                 const std::lock_guard<std::mutex> locked(_mutex);
                 _ended.notify_one();
             }
@@ -58,7 +60,7 @@ public:
         _joinable = true;
     }
 
-    /// Blocks until the work has ended, at once when none was started.
+    /// Blocks until the work has ended. Returns at once when none was started.
     void wait() {
         REPORTER_INFO("module_host::wait module: " << _name);
         REPORTER_INFO("joinable?= " << _joinable << " " << _name);
@@ -69,7 +71,8 @@ public:
         REPORTER_INFO("waited  " << _name);
     }
 
-    /// Asks the work to end, once; does not wait for it.
+    /// Asks the work to end, once; does not wait for it. A second call only waits for the first. An
+    /// exception out of the policy's stop() is logged, and the work counts as stopped all the same.
     void stop() {
         const std::lock_guard<std::mutex> locked(_mutex);
         if (_stopped) {
@@ -89,11 +92,13 @@ public:
 private:
     Policy _policy;
     std::thread _thread;
+    /// True from the first stop() on; never taken back.
     std::atomic<bool> _stopped{false};
+    /// Held by stop() and for the last notification.
     std::mutex _mutex;
     std::condition_variable _ended;
     std::string _name;
-    // What stop() may ask of the thread while wait() joins it.
+    /// Stands in for joinable(), which stop() may not ask while wait() joins the thread.
     std::atomic<bool> _joinable{false};
 };
 

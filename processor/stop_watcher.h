@@ -7,11 +7,12 @@
 
 namespace reporter {
 
-/// Turns a signal into an orderly stop: the handler only wakes a thread of this class, which does
-/// what a handler may not. What hangs then (a lock that another process holds, a name that does not
-/// resolve, a script that loops) is cut short: the process ends with status 0 once the grace period
-/// has passed after the pause under way, or after progress that moved it on (stop_deadline.h). The
-/// store's transactions make that as safe as a power cut.
+/// Turns a signal into an orderly stop. The handler only wakes a thread of this class, which does
+/// what a handler may not. What hangs then is cut short: a lock that another process holds, a name
+/// that does not resolve, a script that loops. The process ends with status 0 once the grace period
+/// has passed. That period begins with the request, after the pause under way, or after progress
+/// that moved it on (stop_deadline.h), whichever is last. To the store this is a power cut, which
+/// its transactions survive.
 ///
 /// One in the life of a process; it belongs to the thread that made it.
 class stop_watcher {
@@ -21,13 +22,15 @@ public:
     stop_watcher(std::function<void()> on_stop, std::chrono::milliseconds grace);
     stop_watcher(const stop_watcher&) = delete;
     stop_watcher& operator=(const stop_watcher&) = delete;
-    /// Waits for a running `on_stop`. Later requests do nothing.
+    /// Waits for a running `on_stop`, within the grace period. Later requests do nothing.
     ~stop_watcher();
 
-    /// Safe in a signal handler, once there was a watcher. Requests after the first do nothing.
+    /// Any thread, and safe in a signal handler once there was a watcher. Requests after the first
+    /// do nothing.
     static void request_stop() noexcept;
 
 private:
+    /// The watcher's thread; ends with the destructor, or ends the process.
     void watch() const;
 
     std::function<void()> _on_stop;

@@ -4,11 +4,11 @@
 
 namespace reporter {
 
-/// Standard alphabet, padded. `data` may be null when `len` is 0.
+/// Standard alphabet, padded, without line breaks. `data` may be null when `len` is 0. Any thread.
 std::string base64_encode(const char* data, unsigned int len);
 
-/// Skips every character outside the alphabet, padding included; incomplete trailing bits are
-/// dropped. Takes any input.
+/// Skips every character outside the alphabet, padding included, and drops incomplete trailing
+/// bits. So any input decodes to something. Any thread.
 std::string base64_decode(const char* data, unsigned int len);
 
 }  // namespace reporter

@@ -8,12 +8,12 @@
 
 namespace reporter {
 
-/// Role of this process among those that share the store and the statistics. Only the one in the
-/// role "PROCESSOR" creates the lock files, every other opens them.
+/// Role of this process among those that share the store and the statistics. Only the process in
+/// the role "PROCESSOR" creates the lock files; every other opens them.
 inline constexpr std::string_view process_role = "PLUGIN";
 
-/// Makes the lock `name`, its file created anew or opened, and logs which. Logs and rethrows what
-/// the construction of a file_lock throws.
+/// The lock `name`, not taken yet. Its file is created anew with `create`, else it has to be there.
+/// Logs and rethrows what the construction of a file_lock throws.
 std::unique_ptr<file_lock> build_shared_mutex(const std::string& name, bool create);
 
 }  // namespace reporter

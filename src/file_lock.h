@@ -4,12 +4,12 @@
 #include <string>
 #include <thread>
 
-/// A named lock between processes, on a lock file under /run/user/5001/, with one mutex in front of
-/// it for the threads of this process: at most one thread holds any file_lock, whatever its name.
+/// A named lock between processes, on a lock file under /run/user/5001/. One mutex for all names
+/// stands in front of it: in this process at most one thread holds any file_lock.
 ///
 /// Not recursive: a thread that holds one locks no other. The system drops a process's lock on a
 /// file as soon as it closes any descriptor of that file, so a process keeps one object per name.
-/// To be destroyed unlocked. Meets what std::unique_lock asks of a mutex.
+/// To be destroyed unlocked. Works with std::unique_lock.
 class file_lock {
 public:
     /// `mode` is "create_only", which replaces a lock file left over from earlier, or "open_only",
@@ -17,14 +17,15 @@ public:
     file_lock(const std::string& mode, const std::string& name);
     file_lock(const file_lock&) = delete;
     file_lock& operator=(const file_lock&) = delete;
+    /// Leaves the lock file in its place.
     ~file_lock();
 
-    /// Blocks without limit; a signal whose handler does not restart system calls breaks the wait
-    /// off. Throws std::runtime_error "Failed to lock: <name>", after which this object cannot be
-    /// locked any more, and std::system_error when this thread holds a file_lock already.
+    /// Blocks without limit; only a signal whose handler does not restart system calls breaks the
+    /// wait off. Throws std::runtime_error "Failed to lock: <name>"; this object cannot be locked
+    /// any more then. Throws std::system_error when this thread holds a file_lock already.
     void lock();
 
-    /// Only by the thread that holds the lock; by another it changes nothing but the log.
+    /// By the thread that holds the lock. By another it changes nothing but the log.
     void unlock();
 
 private:
@@ -37,6 +38,7 @@ private:
         ~descriptor() { close(); }
 
         int get() const { return _value; }
+        /// Closes what it holds and takes `value` over.
         void reset(int value);
         void close() { reset(-1); }
 
@@ -47,5 +49,5 @@ private:
     std::string _mode;
     std::string _name;
     descriptor _descriptor;
-    std::atomic<std::thread::id> _owner{};
+    std::atomic<std::thread::id> _owner{};  ///< thread that holds the lock; none: no thread
 };

@@ -5,22 +5,23 @@
 
 namespace reporter {
 
-/// The last few events of this run of the program, one line each, for a technician to read.
-/// Any thread may add; the file is this process's own.
+/// The last few events of this run of the program, one line each, for a technician to read. Any
+/// thread may add. The file is this process's own, without a lock between processes.
 class journal {
 public:
-    /// Begins with an empty file at `path`. `max_line_length` is in bytes, the line's end not
-    /// counted.
+    /// Empties the file at `path`, or makes it. `max_line_length` is in bytes, without the line's
+    /// end.
     journal(const std::string& path, unsigned int max_lines, unsigned int max_line_length);
 
-    /// Adds "<local time>::<first>::<second>", cut to the maximum length, line breaks as blanks;
-    /// the oldest line goes when the file is full. A journal that cannot be read is logged and
-    /// gives false; what could not be written does not show.
+    /// Adds "<local time>::<first>::<second>", cut to the maximum length, line breaks as blanks.
+    /// The oldest line goes when the file is full. A journal that cannot be read is logged and
+    /// gives false. What could not be written does not show: the line is lost.
     bool add(const std::string& first, const std::string& second);
 
     std::string get_path() const { return _path; }
 
 private:
+    /// Throws what reading the file or the clock throws. The caller holds the mutex.
     void write_line(const std::string& first, const std::string& second) const;
 
     std::mutex _mutex;
@@ -29,7 +30,8 @@ private:
     unsigned int _max_line_length;
 };
 
-/// The journal of the process: 10 lines of 100 bytes in the data directory. Any thread.
+/// The journal of the process: 10 lines of 100 bytes in the data directory. The first call begins
+/// it anew, so that a run without events leaves an earlier run's lines in place. Any thread.
 journal& get_journal();
 
 }  // namespace reporter

@@ -8,13 +8,14 @@ class Value;
 
 namespace reporter {
 
+/// Whether comments stay with the values that they belong to.
 enum class json_comments { keep, skip };
 
-/// Parses any JSON document; false when it is not one or nests too deeply. Not to be called by two
-/// threads at once.
+/// Parses any JSON document, with comments in it or without. False when it is none or nests too
+/// deeply; `value` is of no use then. Not to be called by two threads at once.
 bool json_read(const std::string& text, Json::Value& value, json_comments comments);
 
-/// One line, ending in a newline.
+/// One line, ending in a newline, members in the order of their names.
 std::string json_compact(const Json::Value& value);
 
 /// Indented, several lines, with the comments that the value carries.

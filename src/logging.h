@@ -8,12 +8,13 @@ namespace reporter {
 /// Resident set size of this process in KiB, -1 when it cannot be read. Any thread; never throws.
 double process_mem_usage() noexcept;
 
-/// Priorities of the platform log.
+/// Priorities of the platform log, by its own numbers.
 enum class log_priority { info = 4, warn = 5, error = 6 };
 
 /// One record of the platform log, collected by stream insertion and emitted when it is destroyed.
-/// A final newline is added where the message has none. A failing log is ignored. Any thread;
-/// not for signal handlers.
+/// It begins with the resident memory at the time of its making. A final newline is added where the
+/// message has none. A record that cannot be written is dropped without a word. Any thread; not for
+/// signal handlers.
 class log_record {
 public:
     /// `file` may carry a directory, which is dropped; both texts must outlive the record.
@@ -22,6 +23,7 @@ public:
     log_record& operator=(const log_record&) = delete;
     ~log_record();
 
+    /// Takes the message. Valid while the record lives.
     std::ostream& message() { return _text; }
 
 private:
@@ -34,6 +36,7 @@ private:
 
 }  // namespace reporter
 
+/// One record with the values of `message_text`, joined by <<, each evaluated once.
 #define REPORTER_LOG(priority, message_text)                                                     \
     do {                                                                                         \
         ::reporter::log_record record_((priority), __FILE__, static_cast<const char*>(__func__), \

@@ -6,14 +6,16 @@
 
 namespace reporter {
 
-/// The database file that the storage script owns.
+/// Path of the database file that the storage script owns.
 std::string path_to_db();
 
+/// A native that works on the interpreter's stack. No C++ exception leaves it.
 struct lua_native {
     const char* name;
     lua_CFunction function;
 };
 
+/// A native that takes the bytes of its last argument and returns bytes.
 struct string_native {
     const char* name;
     lua::lua_state::string_function function;

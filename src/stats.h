@@ -10,22 +10,23 @@
 
 namespace reporter {
 
-/// Counters per event and report module, kept as JSON across runs and shared with the system's
-/// other processes under an inter-process lock. Its methods may be called by any thread that holds
+/// Counters per event and report module, kept as JSON across runs. The system's other processes
+/// share the file, under an inter-process lock. Its methods may be called by any thread that holds
 /// no file_lock.
 class stats {
 public:
     /// Throws std::runtime_error when the lock file is missing; `path` is not touched yet.
     explicit stats(const std::string& path);
 
-    /// Adds `count` to the event `name` of the report's module, in the file. A failure is logged
-    /// and gives false; what could not be written does not show, and this object counts on from
-    /// what it knows.
+    /// Adds `count` to the event `name` of the report's module, in the file. Waits for the lock
+    /// without limit. A failure is logged and gives false. What could not be written does not show;
+    /// this object counts on from what it knows. A counter stops at the limits of 64 bits.
     bool add_event(const std::string& name, int count, const report& r);
 
     std::string get_path() const { return _path; }
 
 private:
+    /// Takes over what the file holds. Keeps what this object knows where that cannot be read.
     void load();
     void count_event(const std::string& name, int count, const report& r);
 
@@ -36,8 +37,8 @@ private:
 
 // The statistics of the process. All five functions are for one thread, the sender's, or for
 // threads that take turns: nothing guards the object against removal under a caller. It is made on
-// first use and lives until remove_stats, at the latest to the end of the process, where it is not
-// destroyed: what it logs through may be gone by then.
+// first use and lives until remove_stats. The end of the process does not destroy it, as what it
+// logs through may be gone by then.
 
 /// Makes the object anew. Throws what the construction of a stats throws; there is none then.
 void init_stats();

@@ -12,7 +12,7 @@
 
 namespace reporter {
 
-/// A script, or a call into one, failed; what() is the interpreter's message.
+/// A script, or a call into one, failed. what() is the interpreter's message, without a traceback.
 class lua_exception : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -25,14 +25,16 @@ namespace reporter::lua {
 /// Result type of a call whose result is ignored.
 struct lua_nil {};
 
-/// String form of the value on the top of the stack, or `fallback` when it has none.
+/// String form of the value on the top of the stack, any bytes; `fallback` when the stack is empty
+/// or the value has no string form. Leaves the value there, a number as a string from then on.
 std::string lua_tostring_impl(lua_State* lua, const std::string& fallback);
 
-/// Owns one Lua interpreter with all standard libraries, and the name of the global table in which
-/// scripts run and functions are looked up ("_G" at first). Confined to one thread at a time; the
-/// owner serialises access. Usable after a failed script or call.
+/// Owns one Lua interpreter with all standard libraries. Also keeps the name of its environment:
+/// the global table in which scripts run and functions are looked up, "_G" at first. One thread at
+/// a time; the owner serialises access. It stays usable after a script or a call has failed.
 class lua_state {
 public:
+    /// A native from bytes to bytes. `data` is null when the script gives no string.
     using string_function = std::string (*)(const char* data, unsigned int size);
 
     /// Throws lua_exception when no interpreter can be made.
@@ -44,27 +46,34 @@ public:
     lua_state& operator=(lua_state&& other) noexcept;
     ~lua_state();
 
+    /// The interpreter, still owned by this object; null once moved from.
     lua_State* get_lua() { return _lua; }
     /// Memory in use by the interpreter, in KiB.
     int get_used_memory();
+    /// Frees at once what the script does not hold any more.
     void run_full_gc();
 
     /// Runs the text with the environment table as its globals; an empty text runs nothing. Throws
-    /// lua_exception.
+    /// lua_exception. What the script set before it failed stays set; the stack is as before.
     void run_script(const std::string& text);
 
     const std::string& get_env() const { return _env; }
     /// Pops the top value into the global `name`, which is the environment from then on.
     void set_env(const std::string& name);
 
+    // These write the interpreter's global table, whatever the environment is. A value that stands
+    // under the name is replaced.
+
     /// Pops the top value into the global `name`.
     void set_global(const char* name);
+    /// The bytes as a Lua string.
     void set_global(const char* name, const std::string& value);
-    /// Narrowed to the interpreter's integer type.
+    /// Narrowed to the interpreter's integer type, which has 32 bits on the device.
     void set_global(const char* name, long long value);
 
+    /// `fn` must not be null, and no C++ exception may leave it.
     void set_function(const std::string& name, lua_CFunction fn);
-    /// A native that takes the bytes of its last argument and returns bytes. An exception
+    /// A native that takes the bytes of its last argument and returns bytes. An exception out of it
     /// becomes a Lua error.
     void set_function(const std::string& name, string_function fn);
 
@@ -77,32 +86,37 @@ public:
     void check_function(const std::string& name) const;
 
     /// One complete call of a script function: logged, followed by a full collection and the
-    /// throttle pause. R is one of the types that caller::call_impl offers; arguments are numbers
-    /// or records with export_to_lua. Throws lua_exception; the stack is as before then.
+    /// throttle pause of 150 ms. R is one of the types that caller::call_impl offers; arguments are
+    /// numbers or records with export_to_lua. The stack is as before on every way out. Throws
+    /// lua_exception, without a collection or a pause.
     template <class R, class... Args>
     R call(const char* function, const Args&... args);
 
 private:
     lua_State* _lua;
-    std::string _env = "_G";
+    std::string _env = "_G";  ///< name of the environment
 };
 
-/// Pushes one function of a state and calls it. Lives for one call.
+/// Pushes one function of a state and calls it. Lives for one call and must not outlive the state.
+/// After a failure it leaves the stack to its user to put in order, as lua_state::call does.
 class caller {
 public:
-    /// Pushes the environment's function.
+    /// Pushes the environment's function, or nil when there is none.
     caller(lua_state& state, const char* function);
 
+    /// One more argument, as Lua's floating point number: exact up to 2^53.
     void push_number(unsigned int value);
     void push_number(long value);
 
     /// Calls with the `nargs` values pushed since, reads the one result and pops it. T is bool,
     /// unsigned int, long, std::string, std::vector<unsigned int>, std::vector<long> or lua_nil.
-    /// Throws lua_exception when the call fails or the result has another type.
+    /// A number beyond T becomes T's nearest, NaN becomes 0. Elements come in the interpreter's
+    /// order. Throws lua_exception when the call fails or the result has another type.
     template <class T>
     T call_impl(int nargs);
 
 private:
+    /// Leaves one result on the stack, or throws lua_exception.
     void protected_call(int nargs);
 
     lua_state& _state;
@@ -124,6 +138,8 @@ template <>
 lua_nil caller::call_impl<lua_nil>(int nargs);
 
 namespace detail {
+
+// One argument of lua_state::call: a number as it is, a record by its export_to_lua.
 
 inline void push_argument(lua_state&, caller& function, unsigned int value) {
     function.push_number(value);

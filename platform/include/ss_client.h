@@ -13,6 +13,9 @@ typedef struct {
 
 /**
  * Makes the credential of the client with the given identity.
+ * @param credential  filled on success only; needs no release
+ * @param flag1       as the platform defines it; the agent passes 1
+ * @param flag0       likewise; the agent passes 0
  * @return 0 on success
  */
 int ss_init_credential(ss_credential_s* credential, const unsigned int identity[5], int flag1,
@@ -20,6 +23,7 @@ int ss_init_credential(ss_credential_s* credential, const unsigned int identity[
 
 /**
  * Reads an item. Its bytes may be anything and no NUL ends them.
+ * @param item    name of the item, without a path
  * @param buffer  set on success only; the caller hands it to ss_free_buffer()
  * @param size    set on success only, bytes
  * @return 0 on success

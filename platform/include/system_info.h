@@ -9,7 +9,7 @@
 extern "C" {
 #endif
 
-/** Facts that the platform numbers; it knows more of them than are named here. */
+/** Facts that the platform numbers. It knows more of them than are named here. */
 typedef enum {
     SYSTEM_INFO_PLATFORM_VERSION = 1,
     SYSTEM_INFO_PLATFORM_NAME = 2,
@@ -21,10 +21,12 @@ typedef enum {
 } system_info_key_e;
 
 /*
- * Every reader returns 0 and sets *value on success; on failure it returns another value and leaves
- * *value alone. A string is malloc'ed, the caller frees it.
+ * Every reader returns 0 and sets *value on success. On failure, which includes a fact of another
+ * type, it returns another value and leaves *value alone. A string is malloc'ed; the caller frees
+ * it. Any thread.
  */
 
+/** Facts by number. */
 int system_info_get_value_int(system_info_key_e key, int* value);
 int system_info_get_value_bool(system_info_key_e key, bool* value);
 int system_info_get_value_string(system_info_key_e key, char** value);

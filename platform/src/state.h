@@ -8,13 +8,14 @@
 /// Any thread may call; every failure is a std::exception that ends at the C border (`guarded`).
 namespace platform {
 
-/// A path below the directory that TEV_PLATFORM_DIR names, "/etc/tev-platform" by default.
+/// A path below the directory that TEV_PLATFORM_DIR names, "/etc/tev-platform" without it.
 std::string state_path(const std::string& name);
 
-/// The bytes of a regular file.
+/// The bytes of a regular file; anything else is refused.
 std::string read_state_file(const std::string& path);
 
-/// The member `key` of the object in the JSON file `file`, or of its member `section` if given.
+/// The member `key` of the object in the JSON file `file`, or of that object's member `section`.
+/// `section` may be null.
 Json::Value read_member(const std::string& file, const char* section, const std::string& key);
 
 /// Conversions that take no other JSON type: a device's store is typed, so 1 is no boolean.

@@ -8,15 +8,17 @@
 
 namespace reporter::lua {
 
-/// Fills the table on the top of a state's stack. Setters return the creator itself, so that calls
-/// chain; nothing may be pushed between them. Must not outlive the state.
+/// Fills the table on the top of a state's stack, and leaves it there when it goes. Setters return
+/// the creator itself, so that calls chain; nothing may be pushed between them. Must not outlive
+/// the state. Without memory for a value the interpreter panics, which ends the process.
 class table_creator {
 public:
     /// Pushes a new empty table.
     explicit table_creator(lua_state& state);
 
+    /// The bytes as a Lua string.
     table_creator& set_field(const std::string& name, const std::string& value);
-    /// Narrowed to the interpreter's integer type.
+    /// Narrowed to the interpreter's integer type, which has 32 bits on the device.
     table_creator& set_field(const std::string& name, long long value);
     /// An array table of the bytes, counted from 1.
     table_creator& set_field(const std::string& name, const std::vector<unsigned char>& bytes);
@@ -27,6 +29,7 @@ public:
     table_creator& set_from_global_value(const std::string& name, const char* global);
 
 private:
+    /// Ends the process when no table is on the top.
     void check_table() const;
     void push_key(const std::string& name);
 
@@ -35,7 +38,8 @@ private:
     lua_State* _L;
 };
 
-/// The record as a new table on the top of the stack.
+/// The record as a new table on the top of the stack, in the form that the storage script gets. Its
+/// bytes are copied.
 table_creator create_report_table(lua_state& state, const report& record);
 table_creator create_ext_table(lua_state& state, const ext_aggregation_data& record);
 

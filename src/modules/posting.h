@@ -15,10 +15,10 @@ namespace modules {
 inline constexpr int status_ok = 200;
 inline constexpr int status_bad_request = 400;
 
-/// Posts to the endpoint, again at once while no answer comes (every HTTP status is one), up to
-/// "max_count_sending_tries" times. Gives the HTTP status, a negative libcurl code or 0, and the
-/// answer's text. Throws http_session_exception when the transport cannot even begin, the endpoint
-/// then stays registered, and what config_helper::get throws.
+/// Posts to the endpoint, and again at once while no answer comes: "max_count_sending_tries" times
+/// at most, within 1 to 10. Every HTTP status is an answer. Gives the HTTP status, a negative
+/// libcurl code or 0, and the answer's text. Throws http_session_exception when the transport
+/// cannot even begin; the endpoint then stays registered. Throws what config_helper::get throws.
 std::pair<int, std::string> do_post_request(const config_helper& config, const std::string& path,
                                             const std::string& body);
 

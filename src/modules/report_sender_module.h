@@ -22,7 +22,8 @@ inline constexpr const char* journal_source = "sender";
 /// of the module host: run_impl() on its thread, stop() from any other. Defined over four files.
 class report_sender_module_policy {
 public:
-    /// Copies the "sender" section of the configuration and shares the storage. Reads no setting.
+    /// Copies `config`, the "sender" section of the configuration, and shares the storage. Reads no
+    /// setting.
     report_sender_module_policy(const config_helper& config,
                                 std::shared_ptr<reports_storage>& storage);
     /// Only before run_impl().
@@ -30,16 +31,17 @@ public:
     report_sender_module_policy& operator=(report_sender_module_policy&&) = delete;
     ~report_sender_module_policy() = default;
 
-    /// The whole cycle, once. Failures of it are journaled and logged; only a gate's setting that
-    /// cannot be read throws.
+    /// The whole cycle, once. Its failures are journaled and logged. It throws only when a gate's
+    /// setting cannot be read.
     void run_impl();
 
     /// Makes run_impl() return soon: nothing new is sent, and a transfer under way is broken off.
+    /// Does not wait. One-way.
     void stop();
 
-    // The steps of a cycle, on the sender's thread, public for their tests. They throw
-    // http_session_exception for the transport and std::exception for the rest, which ends the
-    // cycle; reports not removed by then stay in the store.
+    // The steps of a cycle, on the sender's thread; public for their tests. What they throw ends
+    // the cycle: http_session_exception for the transport, std::exception for the rest. Reports not
+    // removed by then stay in the store.
 
     /// Cuts the cursor's reports into chunks below "max_body_size" bytes. A report that cannot be
     /// read is journaled and passed over.
@@ -59,15 +61,16 @@ public:
     /// The device header that every request carries.
     Json::Value create_header() const;
 
-    /// Text of an upload. The reports move into it; left behind is what the statistics need of
-    /// each.
+    /// Text of an upload. The reports move into it; of each only what the statistics need is left.
     std::string build_request(std::vector<Json::Value>& reports) const;
 
     /// Text of a hash pre-check.
     std::string build_request(const std::vector<std::string>& hashes) const;
 
 private:
+    /// Asks the gates, in order, and logs the first that is closed.
     bool may_send();
+    /// `now` in seconds since 1970: a time that is not later is due.
     void send_due_reports(long now);
     void send_time(long dispatch_time);
 

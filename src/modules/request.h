@@ -8,8 +8,8 @@ namespace reporter::modules {
 /// std::runtime_error when the clock does not convert.
 std::string get_datetime();
 
-/// A device fact, read from the platform once per process; "N/A" when there is none of that name.
-/// Any thread.
+/// The device fact of that name (sys_info.h), "N/A" when there is none. All facts are read from the
+/// platform at the first call, for the whole life of the process. Any thread.
 std::string get_value_if_exists(const char* key);
 
 }  // namespace reporter::modules

@@ -24,6 +24,7 @@ public:
     /// std::runtime_error.
     void keep(const Json::Value& report, const Json::Value& header);
 
+    /// Whether a content with that hash was kept, or made known.
     bool knows(const std::string& hash) const { return _hashes.count(hash) != 0; }
 
 private:

@@ -8,10 +8,10 @@
 
 namespace collector {
 
-/// Longest request body, and longest content of one report, that is accepted; bytes.
+/// Bytes of the longest request body that is accepted, and of the longest content of one report.
 constexpr std::size_t MAX_BODY_SIZE = 64UL << 20U;
 
-/// The request does not have the form that the agent promises; what() says where.
+/// The request does not have the form that the agent promises. what() says where.
 class malformed_request : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -26,7 +26,7 @@ struct request_form {
 /// Checks the upload of reports, their contents included. Throws malformed_request.
 request_form parse_report_post(const std::string& text);
 
-/// Checks the question which contents are known already. Throws malformed_request.
+/// Checks the question of which contents are known already. Throws malformed_request.
 request_form parse_hash_check(const std::string& text);
 
 /// Whether the text is a SHA-256 as the agent writes it: 64 lower-case hexadecimal digits.

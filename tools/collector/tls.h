@@ -14,8 +14,8 @@ struct tls_files {
 };
 
 /// Sets a context to TLS 1.2 with a client certificate that is required and verified. A handshake
-/// that ends in an alert is then told on standard error. Returns a sentence that says what is
-/// wrong, empty when nothing is.
+/// that ends in an alert is from then on reported on standard error. Returns a sentence that says
+/// what is wrong, or the empty string.
 std::string configure_tls(SSL_CTX& context, const tls_files& files);
 
 /// Common name of the client's certificate; empty when there is none.

@@ -4,9 +4,9 @@
 
 #include "report.h"
 
-/// The report that a line of input describes. Throws std::runtime_error about what is wrong with
-/// it.
+/// The report that a line of input describes, an object. Throws std::runtime_error with what is
+/// wrong with it.
 reporter::report read_report(const Json::Value& line);
 
-/// The same for the names of a report to count again.
+/// Caller and file hash of a report to count again. Throws likewise.
 reporter::ext_aggregation_data read_names(const Json::Value& names);

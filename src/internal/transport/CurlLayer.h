@@ -12,10 +12,10 @@ class HttpSession;
 using SslContextCallback = CURLcode (*)(void*, void*, void*);
 using TransferCallback = std::size_t (*)(unsigned char*, std::size_t, std::size_t, HttpSession*);
 
-/// The gate in front of libcurl: every call of the transport goes through it, and while it is not
-/// ready none of them reaches libcurl. The program uses the one instance of getInst(); one made
-/// otherwise starts not ready. Sessions are made on one thread at a time, so nothing is locked.
-/// No member throws, except the not-ready log line of curl_easy_setopt when memory is out.
+/// The gate in front of libcurl. Every call of the transport goes through it; while it is not
+/// ready, none of them reaches libcurl. The program uses the instance of getInst(); one made
+/// otherwise starts not ready. Nothing is locked: sessions are made on one thread at a time. No
+/// member throws, except the not-ready log line of curl_easy_setopt when memory is out.
 class CurlLayer {
 public:
     CurlLayer() = default;
@@ -32,11 +32,14 @@ public:
     bool init();
     /// Fills the table from the linked symbols and makes the layer ready. Always true.
     bool resolveReferences();
+    /// Kept: does nothing; the table and the readiness stay.
     void clearReferences();
     /// Tears libcurl's global state down if the layer is ready, and ends its readiness.
     void done();
 
-    /// libcurl's own calls. Not ready: CURLE_FAILED_INIT, null, or nothing done.
+    // libcurl's own calls, with its rules of ownership. Not ready: CURLE_FAILED_INIT, null, or
+    // nothing done; curl_easy_strerror then gives "CURLE_FAILED_INIT".
+
     CURLcode curl_global_init(long flags);
     void curl_global_cleanup();
     CURL* curl_easy_init();
@@ -54,6 +57,7 @@ public:
     CURLcode curl_easy_setopt(void* handle, CURLoption option, T value);
 
 private:
+    /// libcurl's functions, all null until resolveReferences().
     struct References {
         decltype(&::curl_global_init) curl_global_init = nullptr;
         decltype(&::curl_global_cleanup) curl_global_cleanup = nullptr;

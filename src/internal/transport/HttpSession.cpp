@@ -234,7 +234,6 @@ CURLcode HttpSession::sslctxfun(void* /*curl*/, void* sslctx, void* session) {
     }
 }
 
-// False, with the buffer as it was, when there is no memory for `chunk` more bytes.
 bool HttpSession::growReply(size_t chunk) noexcept {
     constexpr size_t block = 512;
     if (chunk <= replyCapacity - replySize) {

@@ -9,9 +9,9 @@
 
 namespace tev::transport {
 
-/// One libcurl easy handle bound to one URL, for synchronous JSON requests; "https://" means
-/// TLS 1.2, both ends authenticated. After one failed transfer it refuses every request.
-/// One thread at a time; only setInterruptSignal() may come from another.
+/// One libcurl easy handle bound to one URL, for synchronous JSON requests. "https://" means TLS
+/// 1.2 with both ends authenticated. After one failed transfer it refuses every request. One thread
+/// at a time; only setInterruptSignal() may come from another.
 class HttpSession {
 public:
     enum Method { GET = 0, POST = 1 };
@@ -21,12 +21,14 @@ public:
     HttpSession(const std::string& address, long timeout);
     HttpSession(const HttpSession&) = delete;
     HttpSession& operator=(const HttpSession&) = delete;
+    /// Closes the connection and frees the last reply.
     ~HttpSession();
 
     /// HTTP status of a completed transfer, negated libcurl code of a failed one, 0 when the
     /// session is unusable. Throws std::domain_error when the request cannot be set up, and leaves
     /// the session unusable then. `body` is read during the call only.
     int request(const std::string& body, const Method& method);
+    /// request() by either method; a GET does not send its body.
     int get(const std::string& body);
     int post(const std::string& body);
 
@@ -39,14 +41,15 @@ public:
     /// leaves the session unusable then.
     void composeHeader(size_t bodySize);
 
-    /// libcurl's read and write callbacks; 0 ends or refuses the transfer. Neither throws.
+    /// libcurl's read and write callbacks. 0 ends the upload or refuses the data, which fails the
+    /// transfer; after an interrupt both answer so. Neither throws.
     static size_t sendCallback(unsigned char* buffer, size_t size, size_t nitems,
                                HttpSession* session) noexcept;
     static size_t receiveCallback(unsigned char* data, size_t size, size_t nmemb,
                                   HttpSession* session) noexcept;
     /// libcurl's SSL-context callback: installs the trusted CAs and the client's key and
-    /// certificate in `sslctx`. Anything missing answers CURLE_ABORTED_BY_CALLBACK, so nothing is
-    /// ever sent without them. Never throws.
+    /// certificate in `sslctx`. Where one is missing it answers CURLE_ABORTED_BY_CALLBACK, so that
+    /// nothing is sent without them. Never throws.
     static CURLcode sslctxfun(void* curl, void* sslctx, void* session);
 
 private:
@@ -57,7 +60,9 @@ private:
     void setInterruptOptions();
     void setRequestOptions(size_t bodySize, const Method& method);
     void appendHeader(const std::string& line);
+    /// Makes room for `chunk` more bytes. False, with the buffer as it was, without memory.
     bool growReply(size_t chunk) noexcept;
+    /// Throws std::domain_error with `label` and libcurl's text.
     template <typename T>
     void setOption(CURLoption option, T value, const char* label);
 
@@ -65,9 +70,9 @@ private:
     CURL* curl = nullptr;
     CurlLayer* layer;
     curl_slist* headers = nullptr;
-    bool busy = false;
-    const std::string* requestData = nullptr;
-    unsigned char* reply = nullptr;
+    bool busy = false;                         ///< during a request; for good after a failure
+    const std::string* requestData = nullptr;  ///< body of the request under way; not owned
+    unsigned char* reply = nullptr;  ///< malloc'ed, `replyCapacity` bytes, `replySize` used
     size_t replyCapacity = 0;
     size_t sent = 0;
     size_t replySize = 0;

@@ -7,9 +7,9 @@
 
 namespace tev::transport {
 
-/// The sockets that libcurl has open for any session, so that an interrupt from another thread ends
-/// a wait for the server at once: the transfer callbacks alone only see an interrupt when data
-/// moves. The interrupt is one-way; afterwards nothing is resolved or connected in this process.
+/// The sockets that libcurl has open for any session. With them an interrupt from another thread
+/// ends a wait for the server at once; the transfer callbacks see an interrupt only when data
+/// moves. The interrupt is one-way: afterwards nothing is resolved or connected in this process.
 /// Any thread; no member throws. Not for signal handlers.
 class InterruptibleSockets {
 public:
@@ -19,11 +19,12 @@ public:
     /// A new close-on-exec socket that libcurl owns until it calls close(), or CURL_SOCKET_BAD when
     /// none can be made or after an interrupt.
     curl_socket_t open(const curl_sockaddr& address) noexcept;
-    /// Answers as close(2).
+    /// Forgets the socket and answers as close(2).
     int close(curl_socket_t socket) noexcept;
     /// Ends what every live socket waits for: connecting, reading and writing fail from here on.
     /// Descriptors stay open for libcurl to close.
     void interrupt() noexcept;
+    /// Whether there was an interrupt.
     bool isInterrupted() noexcept;
 
     /// libcurl's callbacks on the process-wide instance.
@@ -33,9 +34,10 @@ public:
     static int resolverStartCallback(void* resolver, void* reserved, void* client) noexcept;
 
 private:
+    /// False after an interrupt or without memory; the socket is then not kept.
     bool keep(curl_socket_t socket) noexcept;
 
-    std::mutex mutex;
+    std::mutex mutex;  ///< guards what follows
     std::set<curl_socket_t> live;
     bool interrupted = false;
 };
