@@ -1,4 +1,4 @@
-// The measure for the agent's memory: one mutually authenticated POST with nothing around it.
+// One mutually authenticated POST and nothing more, to compare the agent's memory with.
 // usage: bare_post URL PKI_DIR BODY_FILE
 #include <cstdio>
 #include <fstream>

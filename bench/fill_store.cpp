@@ -1,5 +1,5 @@
-// Fills the store of a device quickly: the interpreter, which a report source rebuilds for each
-// report, is kept. usage: fill_store COUNT   at the device's paths, see tools/device-root
+// Fills the store of a device quickly: it keeps the interpreter, which a report source rebuilds for
+// each report. usage: fill_store COUNT   at the device's paths, see tools/device-root
 #include <cstdio>
 #include <cstdlib>
 

@@ -1,6 +1,7 @@
-// Makes calls on the store of a device, an interpreter and a connection of its own for each, and
-// prints for each: syncs, bytes handed to pwrite, and the sectors of 512 bytes that the block
-// device below had written at the call's return and once the file system had nothing left to write.
+// Makes calls on the store of a device, each with an interpreter and a connection of its own.
+// Prints for each call: syncs, bytes handed to pwrite, and the sectors of 512 bytes that the block
+// device below had written, first at the call's return, then once the file system had nothing left
+// to write.
 //
 // usage: flash_calls KIND COUNT STAT    KIND: see `kinds`; STAT: /sys/block/NAME/stat
 #include <fcntl.h>
@@ -30,7 +31,7 @@ long long syncs = 0, bytes_written = 0;
 
 }  // namespace
 
-// SQLite's calls, counted on their way.
+// These count SQLite's calls and pass them on.
 extern "C" ssize_t pwrite64(int file, const void* bytes, std::size_t size, off64_t at) {
     bytes_written += static_cast<long long>(size);
     return syscall(SYS_pwrite64, file, bytes, size, at);
@@ -98,7 +99,7 @@ void list() {
     open_reports_storage()->get_ids_by_dispatch_time(time);
 }
 
-// A call, after a step that is not measured.
+// A call that is measured, and a step before it that is not.
 struct kind {
     std::function<void()> prepare, call;
 };

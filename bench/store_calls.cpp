@@ -1,4 +1,4 @@
-// Times the calls of a store as the agent makes them, each with an interpreter of its own.
+// Measures the calls of a store as the agent makes them, each with an interpreter of its own.
 // usage: store_calls CALLS   at the device's paths, see tools/device-root
 // Prints for each call its name and its microseconds of processor time. What it saves it also
 // removes.

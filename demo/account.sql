@@ -1,5 +1,5 @@
--- What became of each report, and everything that does not add up. Reads the files of the demo's directory;
--- the table `pass` with the start of the pass, in seconds since 1970, is there already.
+-- Finds what became of each report, and everything that does not add up. Reads the files of the demo's
+-- directory. The table `pass` is there already, with the start of the pass in seconds since 1970.
 
 CREATE TABLE saved(id INTEGER, module INTEGER, type INTEGER, count INTEGER, size INTEGER, sha256 TEXT);
 CREATE TABLE before(id INTEGER, module INTEGER, type INTEGER, count INTEGER, size INTEGER, sha256 TEXT, due INTEGER);
@@ -26,7 +26,7 @@ CREATE TABLE statistics AS SELECT event.key AS event, counter.key AS module, cou
   FROM json_each(CAST(readfile('data/stats') AS TEXT)) AS event, json_each(event.value) AS counter
   WHERE event.type = 'object';
 
--- The reports that the demo has treated in another way than sent, by module and type.
+-- The reports that the demo has the collector not simply take, by module and type.
 CREATE TABLE planned(module INTEGER, type INTEGER, outcome TEXT, reason TEXT);
 INSERT INTO planned VALUES
   (310, 1, 'known', 'known to the collector by its hash, not sent'),

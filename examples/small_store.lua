@@ -1,6 +1,6 @@
--- The smallest storage script that loses no report: each is one row of an SQLite table from the save until
--- the removal. It has no schedule (everything is due at once), counts nothing together and knows no size
--- limit. docs/storage_script.md says what each function has to do.
+-- The smallest storage script that loses no report. Each report is one row of an SQLite table, from the save
+-- until the removal. Everything is due at once, nothing is counted together, and there is no size limit.
+-- docs/storage_script.md says what each function has to do.
 
 local database
 
@@ -8,12 +8,12 @@ local database
 local function open()
   if database then return end
   database = sqlite3.open(PATH_TO_DB, 2000)
-  -- AUTOINCREMENT: an id is never used again, not even that of the newest report after its removal.
+  -- With AUTOINCREMENT an id is never used again, not even that of the newest report after its removal.
   database.execute("CREATE TABLE IF NOT EXISTS reports(id INTEGER PRIMARY KEY AUTOINCREMENT, json TEXT)")
 end
 
 -- What goes to the server. It is made once, so that a report is the same whenever it is sent, `uid` included.
--- Text of digits and Base64 stands for all foreign bytes: nothing needs a quote in JSON or in SQL.
+-- All foreign bytes stand in it as digits or Base64, so nothing needs quoting in JSON or in SQL.
 local function as_json(report)
   local now = get_timestamp()
   return json.encode({
@@ -39,7 +39,7 @@ end
 
 function ext_aggregation() return 0 end
 
--- One time that is always due, for all reports.
+-- All reports are of one time, which is always due.
 function get_all_dispatch_times() return { 0 } end
 
 function get_ids_by_dispatch_time()

@@ -90,13 +90,17 @@ public:
     }
 
 private:
+    /// Used by its own thread and, in stop(), by another.
     Policy _policy;
+    /// The owner's alone.
     std::thread _thread;
     /// True from the first stop() on; never taken back.
     std::atomic<bool> _stopped{false};
     /// Held by stop() and for the last notification.
     std::mutex _mutex;
+    /// Notified once, when work that was stopped has ended.
     std::condition_variable _ended;
+    /// Only for the log.
     std::string _name;
     /// Stands in for joinable(), which stop() may not ask while wait() joins the thread.
     std::atomic<bool> _joinable{false};

@@ -24,7 +24,7 @@ using reporter::modules::report_sender_module_name;
 using reporter::modules::report_sender_module_policy;
 using sender_host = reporter::modules::module_host<report_sender_module_policy>;
 
-// A stop that hangs longer than this is cut short.
+// How long a stop may hang before it is cut short.
 constexpr std::chrono::milliseconds stop_grace{500};
 
 std::atomic<sender_host*> g_module{nullptr};
@@ -46,7 +46,7 @@ std::shared_ptr<reporter::reports_storage> make_storage(const reporter::config_h
     return reporter::reports_storage::make(std::move(sandbox), true);
 }
 
-// The order of destruction matters: nobody may be about to stop the host when it goes.
+// The watcher has to go before the host, or it could stop a host that is gone.
 void run_sending_pass() {
     const auto config = reporter::load_configuration(
         reporter::config_dir, reporter::REPORTER_DATA_DIR + "/lua", {reporter::storage_script});
@@ -66,8 +66,8 @@ void run_sending_pass() {
 }  // namespace
 
 int main() {
-    // A peer that closes early is an error of that transfer, and a log that nobody reads none at
-    // all. libcurl is told to leave signals alone, so it does not see to this.
+    // A peer that closes early only fails its transfer, and a log without a reader fails nothing.
+    // libcurl does not see to this, as it is told to leave signals alone.
     std::signal(SIGPIPE, SIG_IGN);
     REPORTER_INFO("processor pid:" << getpid());
     REPORTER_INFO("ppid: " << getppid());

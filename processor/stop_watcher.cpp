@@ -22,15 +22,15 @@ using clock = std::chrono::steady_clock;
 // The deadline may move either way while it is waited for.
 constexpr std::chrono::milliseconds look_again{20};
 
-// Never destroyed: a handler may be about to post.
+// Never destroyed, as a handler may be about to post.
 sem_t wake;
 
 bool is_ready(const std::future<void>& future, std::chrono::milliseconds within) {
     return future.wait_for(within) == std::future_status::ready;
 }
 
-// On a thread of its own, so that the deadline holds even where it blocks. Where there is no room
-// for a thread, the deadline alone ends the process.
+// On a thread of its own, so that the deadline holds even where it blocks. Where no thread can be
+// made, the deadline alone ends the process.
 std::future<void> start(const std::function<void()>& on_stop) {
     try {
         return std::async(std::launch::async, on_stop);
@@ -73,7 +73,7 @@ void stop_watcher::watch() const {
             return;
         }
     }
-    // The log may be what hangs.
+    // The alarm is for a log that hangs.
     std::signal(SIGALRM, [](int) { std::_Exit(EXIT_SUCCESS); });
     alarm(1);
     REPORTER_ERROR("still busy after the stop request, leaving");

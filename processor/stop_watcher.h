@@ -35,6 +35,7 @@ private:
 
     std::function<void()> _on_stop;
     std::chrono::milliseconds _grace;
+    /// Set by the destructor: nothing is to be watched any more.
     std::promise<void> _ending;
     std::future<void> _ended;
     std::thread _thread;

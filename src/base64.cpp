@@ -37,7 +37,7 @@ std::string base64_encode(const char* data, unsigned int len) {
     std::string result(size, '\0');
     result[size - 1] = '=';
     result[size - 2] = '=';
-    // The buffer begins with a zero byte, which ends the record's text.
+    // Kept: a zero byte from the buffer ends the record's text.
     REPORTER_INFO("base64_decode: reserve" << '\0');
 
     std::size_t written = 0;

@@ -24,7 +24,7 @@ public:
         while (_stream.avail_in > 0 && code == Z_OK) {
             code = step(Z_NO_FLUSH);
         }
-        // The decoder answers "buffer error" also when it only wants a fresh output buffer.
+        // "Buffer error" may only mean that the decoder wants a fresh output buffer.
         while (code == Z_OK || (code == Z_BUF_ERROR && _buffer_was_full)) {
             code = step(Z_FINISH);
         }
@@ -59,7 +59,7 @@ private:
     char _buffer[4096];
 };
 
-// Ends the stream however the run leaves.
+// Ends the stream on every way out.
 class stream_owner {
 public:
     explicit stream_owner(int (*end)(z_stream*)) : _end(end) {}

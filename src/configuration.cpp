@@ -10,7 +10,7 @@
 namespace reporter {
 namespace {
 
-// The order is fixed: a usable file with an earlier suffix shadows the later ones.
+// In order: a usable file with an earlier suffix shadows the later ones.
 constexpr const char* config_suffixes[] = {"def", "rel", "stg"};
 
 bool begins_with(const std::string& text, const std::string& prefix) {

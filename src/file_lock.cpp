@@ -15,10 +15,11 @@ namespace {
 
 const std::string lockPath = "/run/user/5001/";
 
-// Taken before the file lock and released after it: lockf tells processes apart, not threads.
+// lockf tells processes apart, not threads. So this is taken before the file lock and released
+// after.
 std::mutex fileMutex;
 
-// Releasing a mutex that another thread holds is undefined, so each thread knows whether it does.
+// Each thread knows whether it holds the mutex, as releasing another thread's is undefined.
 thread_local bool this_thread_holds_mutex = false;
 
 int create_lock_file(const std::string& path) {
@@ -49,8 +50,8 @@ file_lock::file_lock(const std::string& mode, const std::string& name) : _mode(m
     }
 }
 
-// Kept: the descriptor goes first, so the line "Already unlocked: " closes the life of every lock,
-// and one that this thread still holds is released.
+// Kept: the descriptor goes first. So every lock ends with the line "Already unlocked: ", and one
+// that this thread still holds is released.
 file_lock::~file_lock() {
     _descriptor.close();
     unlock();
@@ -73,15 +74,15 @@ void file_lock::lock() {
 }
 
 void file_lock::unlock() {
-    // The system would unlock for any thread of the process, and call a lock that is not held
-    // unlocked; neither is to be seen outside.
+    // Only the holder unlocks. lockf would do so for any thread of the process, and succeeds where
+    // nothing is held.
     const bool held = _owner == std::this_thread::get_id();
     const bool released = held && lockf(_descriptor.get(), F_ULOCK, 0) == 0;
     if (held) {
         _owner = std::thread::id();
     }
     REPORTER_INFO((released ? "Unlocked: " : "Already unlocked: ") << _name);
-    // Kept: unlocking any file_lock releases the mutex that this thread holds for whichever one.
+    // Kept: unlocking any file_lock releases the mutex, whichever lock this thread took it for.
     if (std::exchange(this_thread_holds_mutex, false)) {
         fileMutex.unlock();
     }

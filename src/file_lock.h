@@ -46,6 +46,7 @@ private:
         int _value = -1;
     };
 
+    // As the constructor got them.
     std::string _mode;
     std::string _name;
     descriptor _descriptor;

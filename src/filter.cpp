@@ -15,7 +15,7 @@ bool is_supported(const std::unordered_map<std::string, std::string>& sys_info) 
 
 }  // namespace
 
-// The traffic switch counts by its presence: it is listed only when it is set.
+// The traffic switch counts by its presence, as it is listed only when it is set.
 default_filter::default_filter(const std::unordered_map<std::string, std::string>& sys_info)
     : _support(is_supported(sys_info)),
       _lfd_block_basic_traffic_support(sys_info.count("LFD_BLOCK_BASIC_TRAFFIC_SUPPORT") != 0) {

@@ -31,7 +31,9 @@ public:
     bool operator()(const report& r) override;
 
 private:
+    /// The device's switch for reports as a whole.
     bool _support;
+    /// The device's switch against basic traffic.
     bool _lfd_block_basic_traffic_support;
 };
 

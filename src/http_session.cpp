@@ -16,7 +16,6 @@ constexpr const char* server_setting = "rtc/db/comss/vtxurl/scare_direct";
 constexpr unsigned int min_timeout_seconds = 30;
 constexpr unsigned int max_timeout_seconds = 1800;
 
-// Empty when the setting is absent.
 std::string read_server_setting() {
     const std::unique_ptr<char, decltype(&std::free)> value(vconf_get_str(server_setting),
                                                             std::free);

@@ -29,7 +29,7 @@ void journal::write_line(const std::string& first, const std::string& second) co
     const auto lines = static_cast<std::size_t>(std::count(content.begin(), content.end(), '\n'));
     std::string line = get_current_time() + "::" + first + "::" + second;
     line.resize(std::min<std::size_t>(line.size(), _max_line_length));
-    // An event is one line, or the file would outgrow its number of lines.
+    // One event is one line, or the file would outgrow its number of lines.
     std::replace(line.begin(), line.end(), '\n', ' ');
     if (lines < _max_lines) {
         append_to_file(_path, line + "\n");

@@ -24,6 +24,7 @@ private:
     /// Throws what reading the file or the clock throws. The caller holds the mutex.
     void write_line(const std::string& first, const std::string& second) const;
 
+    /// Held for a whole add().
     std::mutex _mutex;
     std::string _path;
     unsigned int _max_lines;

@@ -2,19 +2,19 @@
 
 #include <json/json.h>
 
-// The one place for the library's old reader and writers: their output is what servers, scripts
-// and technicians' tools know, and the newer ones differ from it in blanks and comments.
+// The one place for the library's old reader and writers. Servers, scripts and technicians' tools
+// know their output; that of the newer ones has other blanks and comments.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace reporter {
 
 bool json_read(const std::string& text, Json::Value& value, json_comments comments) {
     try {
-        // By pointer: the reader would copy a string first.
+        // By pointer, as the reader would copy a string first.
         return Json::Reader().parse(text.data(), text.data() + text.size(), value,
                                     comments == json_comments::keep);
     } catch (const Json::Exception&) {
-        // Nesting beyond the reader's limit is thrown instead of reported.
+        // Nesting beyond the reader's limit is thrown, not reported.
         return false;
     }
 }

@@ -22,7 +22,7 @@ const char* base_name(const char* path) {
     return slash != nullptr ? slash + 1 : path;
 }
 
-// The device counts in 32 bits; the product wraps there, and so it does here.
+// The result wraps at 32 bits, as it does on the device.
 constexpr std::int32_t pages_to_kib(long pages, long page_size) {
     const auto page_kib = static_cast<std::uint32_t>(page_size / 1024);
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(pages) * page_kib);
@@ -30,9 +30,8 @@ constexpr std::int32_t pages_to_kib(long pages, long page_size) {
 static_assert(pages_to_kib(524287, 4096) == 2097148);
 static_assert(pages_to_kib(536870912, 4096) == std::numeric_limits<std::int32_t>::min());
 
-// Every record reads the figure, so it is read with three system calls and without a stream.
-// Tokens are counted from the front: a blank in the process name shifts them and yields a wrong
-// figure, which is accepted.
+// Three system calls and no stream, as every record reads the figure. Fields are counted from the
+// front, so a blank in the process name gives a wrong figure, which is accepted.
 double read_resident_kib() {
     char text[1024];
     const int stat = open("/proc/self/stat", O_RDONLY | O_CLOEXEC);
@@ -62,8 +61,7 @@ double process_mem_usage() noexcept {
     return read_resident_kib();
 }
 
-// A stream keeps what goes wrong in it to itself, so this does not throw, and neither do the
-// destructors that log.
+// A stream does not throw what goes wrong in it. So this does not throw, and destructors may log.
 log_record::log_record(log_priority priority, const char* file, const char* function,
                        int line) noexcept
     : _priority(priority), _file(file), _function(function), _line(line) {
@@ -79,7 +77,7 @@ log_record::~log_record() {
         __dlog_print(system_log_id, static_cast<int>(_priority), log_tag, "%s: %s(%d) > %s",
                      base_name(_file), _function, _line, text.c_str());
     } catch (const std::exception&) {
-        // Out of memory for a log line: the record is dropped, the work goes on.
+        // Without memory for it the record is dropped, and the work goes on.
         return;
     }
 }

@@ -27,6 +27,7 @@ public:
     std::ostream& message() { return _text; }
 
 private:
+    // Where the record comes from; owned by whoever made it.
     log_priority _priority;
     const char* _file;
     const char* _function;

@@ -12,7 +12,8 @@
 namespace reporter {
 namespace {
 
-// A native that cannot even log answers nil; its exception must not reach the interpreter.
+// No exception may reach the interpreter. A native that fails, for want of memory to log, answers
+// nil.
 template <int (*native)(lua_State*)>
 int without_exceptions(lua_State* lua) {
     try {
@@ -46,7 +47,7 @@ int get_timestamp(lua_State* lua) {
 
 template <log_priority priority>
 int log_message(lua_State* lua) {
-    // A number is made a string here, while there is no object that a Lua error could jump over.
+    // Makes a number a string now, while there is no object that a Lua error could jump over.
     if (lua_gettop(lua) > 0) {
         lua_tolstring(lua, -1, nullptr);
     }

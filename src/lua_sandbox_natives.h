@@ -21,9 +21,14 @@ struct string_native {
     lua::lua_state::string_function function;
 };
 
-/// What a sandboxed script may call, in the order in which it is registered.
+// What a sandboxed script may call, in the order in which it is registered.
+
+/// The database file and the clock: "get_db_size" in bytes, -1 without a file; "remove_db_file";
+/// "get_timestamp" in seconds since 1970.
 extern const lua_native store_natives[3];
+/// One record of the log each, with the last argument as its text.
 extern const lua_native logging_natives[4];
+/// Hash, zlib and Base64.
 extern const string_native string_natives[5];
 
 }  // namespace reporter

@@ -36,14 +36,14 @@ Json::Value read_document() {
     return document;
 }
 
-// The owner itself is never destroyed: an exit without remove_stats leaves the object alone.
+// Never destroyed, so that an exit without remove_stats leaves the object alone.
 std::unique_ptr<stats>& process_stats() {
     static auto& owner = *new std::unique_ptr<stats>;
     return owner;
 }
 
-// A local variable is the once-flag: where pthread_once does not unwind, as under the thread
-// sanitizer, std::call_once hangs after a first call that threw.
+// A local variable is the once-flag. std::call_once hangs after a first call that threw where
+// pthread_once does not unwind, as under the thread sanitizer.
 void init_stats_once() {
     static const bool initialised = (init_stats(), true);
     static_cast<void>(initialised);
@@ -71,7 +71,7 @@ bool stats::add_event(const std::string& name, int count, const report& r) {
     }
 }
 
-// Kept: what is read is the process's file, what is written is this object's.
+// Kept: it reads the file of the process, while add_event writes the file of this object.
 void stats::load() {
     try {
         _content = read_document();

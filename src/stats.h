@@ -28,9 +28,11 @@ public:
 private:
     /// Takes over what the file holds. Keeps what this object knows where that cannot be read.
     void load();
+    /// Counts in what this object knows, not in the file.
     void count_event(const std::string& name, int count, const report& r);
 
     std::string _path;
+    /// The file as this object knows it.
     Json::Value _content;
     std::unique_ptr<file_lock> _lock;
 };

@@ -11,7 +11,7 @@
 namespace reporter {
 namespace {
 
-// The platform's numbers; their names differ from one of its releases to the next.
+// The platform's numbers. Their names differ between its releases.
 const auto tizen_version_key = static_cast<system_info_key_e>(1);
 const auto platform_name_key = static_cast<system_info_key_e>(2);
 const auto software_version_key = static_cast<system_info_key_e>(128);
@@ -36,13 +36,13 @@ struct free_deleter {
     void operator()(char* text) const noexcept { std::free(text); }
 };
 
-// Takes over a string of the platform's; null is the empty text.
+// Takes over a string that the platform has allocated; null is the empty text.
 std::string take_text(char* malloced) {
     const std::unique_ptr<char, free_deleter> owner(malloced);
     return owner ? std::string(owner.get()) : std::string();
 }
 
-// `call` is one platform call that fills a string in on success and leaves 0 then.
+// `call` is one platform call; on success it fills the string in and returns 0.
 template <class Call>
 std::string read_text(Call call) {
     char* text = nullptr;

@@ -1,4 +1,4 @@
-// Sets values of a configuration file by their dotted names, comments kept: see HELP.
+// Sets values of a configuration file by their dotted names and keeps its comments: see HELP.
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
@@ -37,7 +37,7 @@ void collect(Json::Value& object, const std::string& prefix, settings& found) {
     }
 }
 
-/// How many characters have to be put in, taken out or replaced to get from one to the other.
+/// How many characters must be put in, taken out or replaced to make one text of the other.
 std::size_t edit_distance(const std::string& from, const std::string& to) {
     std::vector<std::size_t> row(to.size() + 1);
     for (std::size_t column = 0; column <= to.size(); ++column) {

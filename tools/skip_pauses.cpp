@@ -1,8 +1,8 @@
-// Put in front of an agent (LD_PRELOAD) for tests and measurements: its pauses take no time, up to
-// the one numbered TEV_REAL_FROM (from 1) where that is set, and the one numbered TEV_SIGNAL_AT
-// says "signal" and raises signal TEV_SIGNAL. A signal that can be handled comes once there is a
-// handler, and within a pause of full length. Names do not resolve: the resolver never answers, so
-// that a stop can be seen to end that, too.
+// Put in front of an agent (LD_PRELOAD) for tests and measurements, so that its pauses take no
+// time. They are numbered from 1. From number TEV_REAL_FROM on, where that is set, they take their
+// time. Number TEV_SIGNAL_AT prints "signal" and raises the signal TEV_SIGNAL. A signal that can be
+// handled comes once there is a handler, and within a pause of full length. The resolver never
+// answers, so that tests can see a stop end that, too.
 #include <netdb.h>
 #include <unistd.h>
 

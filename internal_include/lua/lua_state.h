@@ -57,6 +57,7 @@ public:
     /// lua_exception. What the script set before it failed stays set; the stack is as before.
     void run_script(const std::string& text);
 
+    /// Name of the environment.
     const std::string& get_env() const { return _env; }
     /// Pops the top value into the global `name`, which is the environment from then on.
     void set_env(const std::string& name);
@@ -94,7 +95,7 @@ public:
 
 private:
     lua_State* _lua;
-    std::string _env = "_G";  ///< name of the environment
+    std::string _env = "_G";
 };
 
 /// Pushes one function of a state and calls it. Lives for one call and must not outlive the state.

@@ -9,7 +9,7 @@
 extern "C" {
 #endif
 
-/** Facts that the platform numbers. It knows more of them than are named here. */
+/** What names a fact that the platform numbers. It knows more of them than are named here. */
 typedef enum {
     SYSTEM_INFO_PLATFORM_VERSION = 1,
     SYSTEM_INFO_PLATFORM_NAME = 2,

@@ -13,11 +13,11 @@ namespace {
 constexpr int first_priority = 3;
 constexpr int last_priority = 6;
 
-// Longer records, which are rare, go through the heap.
+// Bytes of a line on the stack. Longer ones are rare and go through the heap.
 constexpr size_t line_buffer_size = 4096;
 
-// The record as it is written, its final newline included. Returns its length, and has written no
-// more than `capacity` bytes (0-terminated) when that is too small; negative when the format fails.
+// Writes the record, at most `capacity` bytes and 0-terminated. Returns its whole length, which may
+// be more; negative when the format fails.
 int format_line(char* buffer, size_t capacity, char letter, const char* tag, const char* fmt,
                 va_list args) {
     const int prefix = snprintf(buffer, capacity, "%c/%s(%d): ", letter, tag, getpid());
@@ -45,7 +45,7 @@ int print_line(char letter, const char* tag, const char* fmt, va_list args) {
     va_list again;
     va_copy(again, args);
     char buffer[line_buffer_size];
-    // One byte is kept back for the newline that may be missing.
+    // One byte is left for a newline that may be missing.
     const int length = format_line(buffer, sizeof buffer - 1, letter, tag, fmt, args);
     int written = -1;
     if (length > 0 && static_cast<size_t>(length) < sizeof buffer - 1) {

@@ -15,8 +15,8 @@ struct library_closer {
     void operator()(void* library) const { dlclose(library); }
 };
 
-// Path of the archive reader, which lies beside this library. Leaving the search to dlopen would
-// not do: the address sanitizer calls it from another place.
+// Path of the archive reader, beside this library. dlopen would not find it by name under the
+// address sanitizer, which calls dlopen from another place.
 std::string path_of_reader() {
     Dl_info self{};
     dladdr(reinterpret_cast<void*>(path_of_reader), &self);

@@ -57,7 +57,7 @@ void require(bool condition, const char* what) {
 }
 
 // Worth a second try: another process holds a lease on the package while it writes it (EAGAIN), a
-// signal came in between (EINTR), or descriptors or memory are short for the moment.
+// signal came in between (EINTR), or descriptors or memory are short.
 bool is_transient(int error) {
     return error == EAGAIN || error == EINTR || error == EMFILE || error == ENFILE ||
            error == ENOMEM;
@@ -82,7 +82,7 @@ std::string read_item(archive* reader, archive_entry* entry, la_int64_t limit) {
     return bytes;
 }
 
-// Items by name. The package is read to its end before anything is installed: all of it or none.
+// Items by name. Either all are installed or none, so the package is read to its end first.
 item_map read_items(archive* reader) {
     item_map items;
     la_int64_t room = max_package_bytes;

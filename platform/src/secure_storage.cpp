@@ -18,7 +18,7 @@ constexpr size_t identity_words = 5;
 constexpr unsigned int credential_mark = 0x53534352;
 
 unsigned char* copy_bytes(const std::string& bytes) {
-    // At least one byte: an empty item is an item, and its buffer is not NULL.
+    // At least one byte, as the buffer of an empty item is not NULL either.
     auto* copy = static_cast<unsigned char*>(malloc(bytes.empty() ? 1 : bytes.size()));
     if (copy == nullptr) {
         throw std::bad_alloc();

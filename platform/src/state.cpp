@@ -36,7 +36,7 @@ const Json::Value& member(const Json::Value& object, const std::string& key) {
 }  // namespace
 
 std::string state_path(const std::string& name) {
-    // The environment is the process's from its start. NOLINTNEXTLINE(concurrency-mt-unsafe)
+    // Nothing changes the environment. NOLINTNEXTLINE(concurrency-mt-unsafe)
     const char* directory = getenv("TEV_PLATFORM_DIR");
     const bool named = directory != nullptr && *directory != '\0';
     return (named ? std::string(directory) : std::string("/etc/tev-platform")) + "/" + name;

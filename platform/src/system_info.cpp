@@ -8,7 +8,7 @@ namespace {
 
 constexpr int system_info_error = -1;
 
-// Reads the fact with a conversion of platform::to_...; `value` is set on success only.
+// Reads a fact by `convert`, one of platform::to_...; sets `value` on success only.
 template <typename Value, typename Convert>
 int read_fact(const char* section, const char* key, Value* value, Convert convert) {
     if (key == nullptr || value == nullptr) {

@@ -18,8 +18,8 @@ std::string pop_message(lua_State* lua) {
     return message;
 }
 
-// Pushes the variable as seen from the environment, under it the environment's table where that is
-// not the global one; nil also where the environment is no table.
+// Pushes the environment's variable of that name. Below it stays the environment's table, unless
+// that is the global one. Where the environment is no table, the variable is nil.
 void push_variable(lua_State* lua, const std::string& env, const char* name) {
     if (env == global_env) {
         lua_getglobal(lua, name);
@@ -39,8 +39,8 @@ int push_bytes(lua_State* lua) {
     return 1;
 }
 
-// Expects push_bytes on the top. True leaves the result there. The C++ objects live only in here,
-// so that no Lua error jumps over them.
+// Expects push_bytes on the top and leaves the result there when it succeeds. The C++ objects live
+// only in here, so that no Lua error jumps over them.
 bool call_native(lua_State* lua, const char* data, std::size_t size) {
     try {
         const auto function =
@@ -66,8 +66,8 @@ int string_function_adapter(lua_State* lua) {
     return 1;
 }
 
-// A cast is undefined beyond the target's range. The device's processor saturates there and makes
-// 0 of what is no number, and so does this.
+// Beyond the target's range this gives the nearest value, and 0 for what is no number, as the
+// device's processor does. A plain cast is undefined there.
 template <class T>
 T truncate_to(double value) {
     if (std::isnan(value)) {
@@ -135,7 +135,7 @@ lua_state& lua_state::operator=(lua_state&& other) noexcept {
         return *this;
     }
     REPORTER_INFO("operator=( lua_state && )");
-    // Kept: an interpreter held here is not closed; owners assign only into moved-from states.
+    // Kept: an interpreter held here is not closed. Owners assign only into moved-from states.
     _lua = std::exchange(other._lua, nullptr);
     _env = std::move(other._env);
     return *this;
@@ -224,8 +224,8 @@ caller::caller(lua_state& state, const char* function) : _state(state) {
     if (state.get_env() == global_env) {
         return;
     }
-    // Kept: the third entry from the top goes, not the table under the function. With nothing
-    // below the table there is no third entry, and then it is the table that goes.
+    // Kept: the third entry from the top goes, not the table under the function. The table goes
+    // only when nothing is below it.
     lua_remove(lua, height > 0 ? -3 : -2);
 }
 
@@ -243,7 +243,7 @@ void caller::protected_call(int nargs) {
         return;
     }
     std::string message = lua_tostring_impl(lua, "unknown error");
-    // Kept: one value per argument is removed, the error object not counted.
+    // Kept: as many entries go as there were arguments; the error object is not counted.
     lua_settop(lua, std::max(0, lua_gettop(lua) - nargs));
     throw lua_exception(message);
 }

@@ -62,7 +62,7 @@ table_creator& table_creator::set_from_global_value(const std::string& name, con
 }
 
 void table_creator::check_table() const {
-    // The assertion's text is part of what is logged, blanks included.
+    // Kept: the blanks, which the assertion prints.
     // clang-format off
     assert(LUA_TTABLE == lua_type( _L, -1 ));
     // clang-format on

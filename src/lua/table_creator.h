@@ -31,6 +31,7 @@ public:
 private:
     /// Ends the process when no table is on the top.
     void check_table() const;
+    /// Pushes the name for the value that follows.
     void push_key(const std::string& name);
 
     // The name stands in the text of the assertion.
@@ -43,16 +44,20 @@ private:
 table_creator create_report_table(lua_state& state, const report& record);
 table_creator create_ext_table(lua_state& state, const ext_aggregation_data& record);
 
-/// Arguments of lua_state::call. They do not own the record, which must outlive the call.
+// Arguments of lua_state::call. They do not own the record, which must outlive the call.
+
+/// A report to be saved, or to be judged by a filter.
 class report_table {
 public:
     explicit report_table(const report& record) : _record(&record) {}
+    /// Pushes the record as one table.
     void export_to_lua(lua_state& state) const { create_report_table(state, *_record); }
 
 private:
     const report* _record;
 };
 
+/// The names of a report to count again.
 class ext_table {
 public:
     explicit ext_table(const ext_aggregation_data& record) : _record(&record) {}

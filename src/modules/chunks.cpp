@@ -1,4 +1,5 @@
-// The class report_sender_module_policy, second of four files: its chunks and what becomes of them.
+// The class report_sender_module_policy, second of four files: its chunks, and what becomes of
+// them.
 #include "modules/report_sender_module.h"
 
 #include <optional>
@@ -23,7 +24,7 @@ namespace {
 
 using report_chunk = std::vector<Json::Value>;
 
-// Anything but an object would end the whole cycle further on; here it only passes its report over.
+// A report that is no object is passed over here. Further on it would end the whole cycle.
 template <class Cursor>
 Json::Value read_report(Cursor& cursor) {
     Json::Value report = cursor.to_json();
@@ -81,8 +82,8 @@ void report_sender_module_policy::process_cursor(Cursor& cursor) {
         const std::size_t json_size = cursor.get_json_size();
         REPORTER_INFO("JSON size: " << json_size << " chunk_size: " << chunk_size
                                     << " max chunk size: " << max_size);
-        // Kept: a first report at the limit flushes an empty chunk, which uploads nothing. A report
-        // is never split or dropped for its size.
+        // Kept: where the first report is at the limit, an empty chunk is flushed, which uploads
+        // nothing. No report is split or dropped for its size.
         if (chunk_size + json_size >= max_size) {
             process_chunk(cursor, chunk);
             chunk.clear();

@@ -12,7 +12,7 @@ namespace {
 
 using reports_by_id = std::unordered_map<unsigned int, std::vector<const Json::Value*>>;
 
-// One look at each report instead of one per id and report.
+// Looks at each report once, not once for every id.
 reports_by_id index_by_id(const std::vector<Json::Value>& reports) {
     reports_by_id index;
     for (const auto& report : reports) {
@@ -43,7 +43,7 @@ report create_report(const Json::Value& value) {
     return record;
 }
 
-// The records come by value, summaries or the callers' own copies.
+// Kept: the records come by value.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void update_stat(const std::vector<unsigned int>& ids, std::vector<Json::Value> reports) {
     const auto index = index_by_id(reports);

@@ -21,7 +21,7 @@ namespace {
 constexpr unsigned int check_wanted = 1;
 constexpr unsigned int server_has_it = 1;
 
-// Positions of the marked reports. The mark is this program's own and leaves every report.
+// Positions of the marked reports. The mark is this program's own, so it is taken off every report.
 template <class Reports>
 std::vector<std::size_t> take_marks(Reports& reports) {
     std::vector<std::size_t> filtered;

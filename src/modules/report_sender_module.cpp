@@ -27,7 +27,7 @@ long now_in_seconds() {
 // Ends in a newline; empty for a time beyond the calendar.
 std::string calendar_text(long seconds) {
     const std::time_t time = seconds;
-    // Its one buffer is used by this thread alone. NOLINTNEXTLINE(concurrency-mt-unsafe)
+    // Only this thread uses its one buffer. NOLINTNEXTLINE(concurrency-mt-unsafe)
     const char* text = std::ctime(&time);
     return text != nullptr ? text : "";
 }
@@ -78,8 +78,8 @@ void report_sender_module_policy::stop() {
     interrupt_all_http_sessions();
 }
 
-// Kept: where registration is required, "reporter_sending" is not asked, so an enrolled device
-// sends even with sending switched off.
+// Kept: an enrolled device sends even with sending switched off. Where registration is required,
+// "reporter_sending" is not asked.
 bool report_sender_module_policy::may_send() {
     if (!_config.get<bool>("reporter_registration") && !_config.get<bool>("reporter_sending")) {
         REPORTER_INFO("Sending reports canceled. Sending off via config");
@@ -106,7 +106,7 @@ void report_sender_module_policy::send_due_reports(long now) {
     }
     for (const long time : times) {
         if (time <= now) {
-            // A stop waits for the time under way, not for the walk over those after it.
+            // A stop waits for the time under way, but not for the walk over the times after it.
             if (_stopped) {
                 disregard_progress();
             }

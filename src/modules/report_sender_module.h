@@ -77,7 +77,9 @@ private:
     template <class Cursor, class Chunk>
     void send_reports(Cursor& cursor, Chunk& chunk);
 
+    /// The "sender" section. Used on the sender's thread only.
     config_helper _config;
+    /// Read at the points where the cycle may end. Never taken back.
     std::atomic<bool> _stopped{false};
     std::shared_ptr<reports_storage> _storage;
 };

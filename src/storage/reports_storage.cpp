@@ -20,7 +20,8 @@ std::unique_lock<file_lock> lock_store(file_lock& lock) {
     return locked;
 }
 
-// The frame of an operation that calls the script. The members go in the reverse of their order.
+// The frame of an operation that calls the script. Members are destroyed in reverse: first the
+// release, then the lock.
 struct operation {
     operation(file_lock& lock, reports_storage& storage)
         : locked(lock_store(lock)), release_guard(make_release_guard(storage)) {}

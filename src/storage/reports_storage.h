@@ -69,6 +69,7 @@ public:
     void release();
 
 private:
+    /// Guards all below, between threads and between processes.
     std::unique_ptr<file_lock> _lock;
     lua_sandbox _sandbox;
     std::unordered_set<unsigned int> _busy_ids;  ///< handed out to cursors, not removed yet

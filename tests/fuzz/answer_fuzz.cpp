@@ -12,7 +12,7 @@ bool allows_removal(const Json::Value& code, bool is_post) {
     return is_post ? value == 200 || value == 400 : value == 1;
 }
 
-// An entry is a report, or the hash of one, which here is its id.
+// An entry is a report or its hash; as hash, the reports here have their ids.
 unsigned int id_of(const Json::Value& entry) {
     return entry.isObject() ? entry["_ID"].asUInt()
                             : static_cast<unsigned int>(std::stoul(entry.asString()));
@@ -36,9 +36,8 @@ void judge(int status, const std::string& reply, const Json::Value& entries, boo
 
 }  // namespace
 
-// A line with the status of the pre-check's answer, one with that answer, one with the status of
-// the post's, and that answer to the end. A status that is no number: the request cannot even
-// begin.
+// Input: a line with the status of the pre-check, a line with its answer, a line with the status of
+// the post, and its answer to the end. Where a status is no number, the request cannot even begin.
 void fuzz_one(const std::string& input) {
     std::string rest = input;
     const std::string check_status = take_line(rest);
@@ -59,7 +58,7 @@ void fuzz_one(const std::string& input) {
     try {
         cycle.run();
     } catch (const std::exception&) {
-        // Ends the cycle; what was removed before stays so.
+        // The cycle ends here. What was removed before stays removed.
     }
     const std::set<unsigned int> removed(cycle.removed.begin(), cycle.removed.end());
     assert(removed.size() == cycle.removed.size());

@@ -7,8 +7,8 @@
 #include "fuzz.h"
 #include "logging.h"
 
-// What follows stands in front of the library's and the system's own: a run has no reader for the
-// log, on which it would spend two thirds of its time, and none for pauses.
+// What follows takes the place of the library's and the system's own. Nobody reads the log of a
+// run, on which it would spend two thirds of its time, and pauses tell it nothing.
 namespace reporter {
 
 log_record::log_record(log_priority priority, const char* file, const char* function,

@@ -10,7 +10,7 @@ namespace {
 
 const std::string data_dir = "/opt/data/dpm/dplugins/tev-reporter-plugin/";
 
-// Null for what is no object.
+// Null when the text is no object.
 Json::Value document(const std::string& text) {
     Json::Value value;
     const bool reads = reporter::json_read(text, value, reporter::json_comments::skip);
@@ -44,7 +44,7 @@ void add_line_to(const std::string& file, const std::string& text) {
 
 }  // namespace
 
-// The text of an event in the first line, the file as it was found in the others.
+// Input: the text of an event in the first line, the file as it was found in the others.
 void fuzz_one(const std::string& input) {
     std::string file = input;
     const std::string event = take_line(file);

@@ -18,16 +18,16 @@ int take_all(const std::string& path, const Json::Value& entries, std::string& r
 
 }  // namespace
 
-// A report in each line, as a storage script might give it.
+// Input: a report in each line, as a storage script might give it.
 void fuzz_one(const std::string& input) {
-    // A request nests deeper than its reports, and whoever reads it has a limit.
+    // A request nests deeper than its reports, and its reader has a limit.
     if (std::count(input.begin(), input.end(), '[') + std::count(input.begin(), input.end(), '{') >
         900) {
         return;
     }
     sending cycle{{}, take_all, {}};
     std::vector<unsigned int> readable;
-    bool uncounted = false;  // has a member that the statistics do not take
+    bool uncounted = false;  // a report has a member that the statistics do not take
     for (std::string rest = input; !rest.empty();) {
         cycle.reports.push_back(take_line(rest));
         Json::Value report;

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The input is an expression with nothing to call in it, so that it always ends.
+// The input is an expression that can call nothing, so that it always ends.
 constexpr const char* script = R"(getmetatable("").__index = nil
 function get()
     local chunk = assert(loadstring("return " .. input))

@@ -31,7 +31,7 @@ void sending::run() {
     reporter::modules::report_sender_module_policy(config, storage).process_cursor(cursor);
 }
 
-// What follows stands in front of the library's own.
+// What follows takes the place of the library's own.
 namespace reporter {
 
 int default_http_session_policy::post_impl(const std::string& url, unsigned int,

@@ -16,6 +16,6 @@ struct sending {
     /// The ids that were removed from the store, in that order.
     std::vector<unsigned int> removed;
 
-    /// Throws what ends the cycle.
+    /// Runs the cycle. Throws what ends it early.
     void run();
 };

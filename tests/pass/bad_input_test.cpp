@@ -15,14 +15,14 @@ protected:
         save(3);
     }
 
-    // As `expect`; then all is sound again.
+    // As `expect`, and afterwards all is sound again.
     void expect_once(const std::string& line, int left = 3) {
         expect(line, left);
         config = sound;
         save(3 - stored());
     }
 
-    // The sender's setting is absent in one life, of another type in the next.
+    // One life without the sender's setting, then one with a value of another type.
     void spoil(const char* key, const std::string& absent, int left, const Json::Value& other,
                const std::string& mistaken, int mistaken_left = 3) {
         sender().removeMember(key);
@@ -94,7 +94,7 @@ TEST_F(bad_input, in_the_script) {
         write_text(script, content);
         expect(line, 3);
     }
-    // One report that cannot be read does not keep the others, which here count nothing.
+    // A report that cannot be read does not hold back the others, which are here without a count.
     write_text(script,
                text +
                    "local get = get_report_as_json_by_id "

@@ -19,7 +19,7 @@ TEST_F(device_directory, is_set_up_by_known_keys_and_sends_to_the_collector_besi
     EXPECT_EQ(refused.wait(), 1);
     EXPECT_NE(refused.output().find("the nearest is \"sender.server_port\""), std::string::npos);
 
-    // The package has the keys that fit the new authority.
+    // So that the keys come from the package, which fits the new authority.
     std::filesystem::remove_all(platform_dir() / "secure_storage");
     sender()["reporter_sending"] = false;
     const strings command = joined({root}, agent());

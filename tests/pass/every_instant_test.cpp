@@ -30,13 +30,13 @@ protected:
         write_text(hashes, reporter::sha256(std::string(MARKED, 'a' + 7).data(), MARKED));
     }
 
-    // In front of a command whose pause `at` gets the signal.
+    // To be put before a command, whose pause number `at` then gets the signal.
     static strings signal_at(int number, int at) {
         return {"env", "TEV_SIGNAL=" + std::to_string(number),
                 "TEV_SIGNAL_AT=" + std::to_string(at)};
     }
 
-    // Occurrences that the server has. A report may come twice, but as it was.
+    // Occurrences that the server has. A report may come twice, but unchanged.
     static long delivered() {
         std::map<std::string, unsigned> counts;
         long sum = 0;
@@ -77,7 +77,7 @@ TEST_P(every_instant, may_be_the_last) {
         was_cut = life.count("signal") == 1;
         EXPECT_EQ(life.status, was_cut && GetParam() == SIGKILL ? 128 + SIGKILL : 0);
 
-        stats();  // Fails for a file that was cut.
+        stats();  // Fails when the file was cut short.
         // Only the chunk under way may come again.
         auto settled = received();
         if (!requests().empty() && requests().back().rfind("/reports ", 0) == 0) {
@@ -94,7 +94,7 @@ TEST_P(every_instant, may_be_the_last) {
         EXPECT_EQ(delivered(), 14);
         expect_sound_files();
     }
-    // Two for the lists, four for each report, one for each chunk, and a life that none of them
+    // Pauses: two for the lists, four for each report, one for each chunk. The last life was not
     // cut.
     EXPECT_EQ(k, 2 + 4 * 12 + 3 + 1);
     EXPECT_EQ(requests(), (strings{"/check_hashes 1 200", "/reports 4 200", "/check_hashes 1 200",

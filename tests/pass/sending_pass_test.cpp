@@ -102,7 +102,7 @@ TEST_F(sending, takes_what_is_due_to_the_server) {
         EXPECT_EQ(line.find(secret), std::string::npos);
         EXPECT_EQ(line.find(content), std::string::npos);
     }
-    // The collector has compared each content with its hash.
+    // The collector itself compares each content with its hash.
     std::string sent;
     for (const auto& report : received()) {
         sent += report["module"].asString() + "*" + report["count"].asString() + " ";
@@ -207,7 +207,7 @@ TEST_F(sending, tries_posting_again_only_where_nobody_answers) {
         sender()["max_count_sending_tries"] = configured;
         EXPECT_EQ(run_pass().count("I current try: *"), tries);
     }
-    // No try at all, as libcurl does not take the address.
+    // libcurl does not take the address, so there is no try at all.
     sender()["server_url"] = std::string(9'000'000, '/');
     expect("E cann't send: 106 : CURLOPT_URL ! A libcurl function was given a bad argument", 1);
     EXPECT_EQ(read_text(data_dir() / "journal").substr(20, 16), "::sender::106 : ");

@@ -32,7 +32,7 @@ behaviour coded(const std::string& codes) {
 }
 
 TEST_F(server_faults, lose_nothing) {
-    // So many of two reports remain behind the fault, and a good server gets them.
+    // `left` of two reports stay stored after the fault, and a good server gets them.
     const auto meet = [this](const std::string& line, int left,
                              const std::vector<behaviour>& faults) {
         for (const behaviour& fault : faults) {

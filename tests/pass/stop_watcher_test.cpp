@@ -20,8 +20,8 @@ protected:
         run_pass();  // Seals the report: from here on only its removal writes.
     }
 
-    // SIGTERM twice once the line is there: an end in order, soon, with the store untouched.
-    // Where it can, the pass notices and goes on to its own end.
+    // SIGTERM twice once the line is there. The pass ends in order and soon, with the store
+    // untouched. Where it can, it notices and goes on to its own end.
     pass stops_after(const std::string& line, const std::string& noticed = "*",
                      const strings& front = {}) {
         SCOPED_TRACE(line);
@@ -91,11 +91,11 @@ TEST_F(stop_watcher, ends_the_wait_for_a_lock_and_an_endless_script) {
     stops_after("endless");
 }
 
-// A lock that is held for longer than a hang may take, and pauses for longer than a lock may.
+// The lock is held for longer than a hang may last, and the pauses last longer than a lock may.
 TEST_F(stop_watcher, waits_for_the_removal_of_answered_reports) {
     save(39);
     use_collector();
-    // Each report took three pauses before.
+    // Before that each report took three pauses.
     const pass life = waits_for_statistics("codes: 40", {"env", "TEV_REAL_FROM=124"});
     EXPECT_EQ(life.missing({"I stopping module: *", "I storage::remove_reports: 40",
                             "I report_sender_module_policy::finish", "I waited  *"}),

@@ -18,7 +18,7 @@ const char* const NO_TRUST = "I response status code: -60";
 
 class trust : public pass_test {
 protected:
-    // The peer reads nothing of a request, and the report waits for a better day.
+    // The peer gets no byte of a request, and the report stays stored.
     void expect_silence(const peer_identity& identity, const std::string& line) {
         raw_peer server({[](peer_connection& client) {
                             client.read();
@@ -45,7 +45,7 @@ TEST_F(trust, needs_a_sound_server) {
         expect_silence({"server.pem", TLS1_2_VERSION, ciphers}, NO_TLS);
     }
     expect_silence({""}, NO_TLS);
-    // What is asked for is done: a cipher of the list, and no protection at all.
+    // What the address asks for is done: with a cipher of the list, or without any protection.
     const behaviour take = answering(answer("{\"body\":[200]}"));
     raw_peer fair({take}, {"server.pem", TLS1_2_VERSION, "ECDHE-ECDSA-AES128-GCM-SHA256"});
     use_port(fair.port());
@@ -86,7 +86,7 @@ TEST_F(trust, needs_sound_credentials) {
         expect_silence({}, file == ca ? no_ca : "E ss_read FAIL");
         write_text(file, sound);
     }
-    // The server does not trust these; with the older protocol it says so before the request.
+    // The server does not trust these. With the older protocol it says so before the request.
     for (const std::string client : {"client-expired", "client-other-ca"}) {
         write_text(crt, made((client + ".pem").c_str()));
         write_text(key, made((client + ".key").c_str()));

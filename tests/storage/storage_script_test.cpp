@@ -17,7 +17,8 @@
 using namespace test_support;
 using ids = std::vector<unsigned>;
 
-// Each call is that of a process of its own. At the end the file is sound and the accounts balance.
+// Each call is made as by a process of its own. At the end the file is sound and the accounts
+// balance.
 class storage_script : public store_test {
 protected:
     void TearDown() override {
@@ -225,7 +226,7 @@ TEST_F(storage_script, leaves_a_file_that_may_serve_again) {
     fails("out of memory");
 }
 
-// Runs itself again, on a small disk.
+// The test runs itself again, on a small disk.
 TEST_F(storage_script, makes_do_without_a_free_byte) {
     NEEDS_MOUNTS()
     const std::string size = "4194304", self = std::filesystem::read_symlink("/proc/self/exe");

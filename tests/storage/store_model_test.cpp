@@ -18,7 +18,7 @@
 using namespace test_support;
 using ids = std::vector<unsigned>;
 
-// Shows what the script has stored, as the report of the number 0.
+// Makes the script show what it has stored, as the report with the id 0.
 const std::string LOOK = R"(
 local read = get_report_as_json_by_id
 function get_report_as_json_by_id(id)
@@ -214,7 +214,7 @@ protected:
         }
     }
 
-    // What goes for its age, in the order in which it goes.
+    // The reports that are too old, in the order in which they go.
     std::vector<std::pair<batch_key, unsigned>> aged() {
         std::vector<std::pair<batch_key, unsigned>> all;
         for (const auto& [id, old] : reports) {
@@ -225,7 +225,8 @@ protected:
         std::sort(all.begin(), all.end());
         return all;
     }
-    // A listing was made or was killed: some of that is gone, and the day was counted or not.
+    // After a listing, which may have been killed: some of those are gone, and the day was counted
+    // or not.
     void listed() {
         const ids gone = look();
         const auto oldest = aged();
@@ -440,7 +441,8 @@ TEST_F(store_model, agrees_after_every_call) {
     const std::time_t end = std::time(nullptr) + (seconds != nullptr ? std::atol(seconds) : 0);
     for (unsigned seed = first != nullptr ? unsigned(std::atol(first)) : 1; !HasFailure(); ++seed) {
         play(seed);
-        // The second found that a whole batch was sorted for each report that went for its age.
+        // The second seed once found that a whole batch was sorted for each report that was too
+        // old.
         if (first != nullptr ? std::time(nullptr) >= end : seed == 3) {
             break;
         }

@@ -11,7 +11,7 @@
 namespace test_support {
 namespace {
 
-// However little is stored.
+// A statement that would read a whole table or sort fails, however little is stored.
 const std::string NO_SCANS = R"(
 local open = sqlite3.open
 sqlite3 = { open = function(...)

@@ -11,14 +11,14 @@ namespace test_support {
 /// The write to SQLite's files, counted from 1, at which the power fails: the process is killed,
 /// and the block of the medium is lost; 0: none.
 extern int last_write;
-/// Bytes by which files may still grow before the disk is full; negative: without end.
+/// Bytes by which files may still grow before the disk is full; negative: any number.
 extern long disk_left;
 /// Bytes written, and how often a file was synced, which costs no time here.
 extern std::size_t written;
 extern int syncs;
 
-/// The storage script on a device of its own, in which a statement that would read a whole table or
-/// sort fails. Each call is that of a process of its own.
+/// The storage script on a device of its own. A statement that would read a whole table or sort
+/// fails. Each call is made as by a process of its own.
 class store_test : public device_test {
 protected:
     store_test();

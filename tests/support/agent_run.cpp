@@ -107,7 +107,7 @@ void pass_test::save(int count, const std::string& content) {
 void pass_test::use_collector(const strings& options) {
     const std::string pki = pki_dir(), store = scratch_root() / "received";
     write_text(store, "");
-    // A program of this machine, wherever the agent runs.
+    // A program of this machine, even where the agent is emulated.
     const strings command = {TEV_COLLECTOR,
                              "--ca",
                              pki + "/ca.pem",

@@ -21,7 +21,7 @@ strings lines_of(const std::string& text);
 /// Where keys and certificates are, see tools/make-pki --faults.
 std::string pki_dir();
 
-/// Path of the stand-in for pauses, without the blanks at which the loader would split it.
+/// Path of the library that skips pauses; without blanks, as the loader splits its list there.
 std::string skip_pauses();
 
 /// What the sqlite3 command answers about the store.
@@ -31,8 +31,9 @@ std::string query(const std::string& sql);
 struct pass {
     explicit pass(child_process& agent);
 
-    /// First of the lines that the log has not, or not behind those before it; "" without one. A
-    /// line is "I " and the text of an information record; a final * stands for any ending.
+    /// The first of the lines that the log lacks, or has before an earlier one; "" when all are
+    /// there in order. A line is "I " and the text of an information record; a final * stands for
+    /// any ending.
     std::string missing(const strings& lines) const;
     long count(const std::string& line) const;
 
@@ -41,8 +42,8 @@ struct pass {
     strings log;
 };
 
-/// The agent on a device where all is well and reports are due at once; each test spoils what it is
-/// about. Its pauses take no time.
+/// The agent on a device where all is well and reports are due at once. Each test spoils what it is
+/// about. The agent's pauses take no time.
 class pass_test : public device_test {
 protected:
     void SetUp() override;
@@ -51,7 +52,7 @@ protected:
     /// Reports of module 7, no two alike.
     void save(int count, const std::string& content = "content ");
 
-    /// From now on the agent sends to this port, or to a collector with these options more.
+    /// From now on the agent sends to this port, or to a collector with these additional options.
     void use_port(int port) { sender()["server_port"] = std::to_string(port); }
     void use_collector(const strings& options = {});
     /// What the collector has taken, and what it was asked: path, entries, status.
@@ -60,7 +61,7 @@ protected:
 
     /// Command of the agent with the present configuration.
     strings agent();
-    /// One life, which has to end in order and without a secret in the log.
+    /// One life, which must end in order and leave no secret in the log.
     pass run_pass() { return end_of(child_process(agent())); }
     static pass end_of(child_process&& agent);
     /// One life that writes the line and leaves so many reports in the store.

@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Changes one of the platform's files, which need not be there yet.
+// Changes one of the platform's files, or makes it.
 template <class Change>
 void edit(const char* name, Change change) {
     const fs::path path = platform_dir() / name;

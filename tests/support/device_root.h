@@ -18,16 +18,16 @@ using messages = std::vector<std::string>;
 /// The scratch directory as the machine sees it, for a second tools/device-root on the same state.
 std::filesystem::path scratch_root();
 
-/// False where tools/device-root has to do without mounts, and so has the test.
+/// False where neither tools/device-root nor a test can mount anything.
 bool can_mount();
 
-/// Skips the rest of a test that mounts, where it cannot.
+/// Skips the rest of the test where nothing can be mounted.
 #define NEEDS_MOUNTS()                                                               \
     if (!can_mount()) {                                                              \
         GTEST_SKIP() << "needs a mount of its own, and bubblewrap cannot work here"; \
     }
 
-/// The source tree, for what a test takes from it.
+/// The source tree, from which tests take scripts and configuration.
 std::filesystem::path source_dir();
 
 /// The command for a program of this build. One for another architecture runs under the emulator

@@ -6,7 +6,7 @@
 
 namespace test_support {
 
-/// While it lives, no file of this process grows beyond `bytes`, as on a disk that is full then.
+/// While it lives, no file of this process grows beyond `bytes`, as if the disk were full then.
 class full_disk {
 public:
     explicit full_disk(rlim_t bytes) {

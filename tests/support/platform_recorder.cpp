@@ -21,7 +21,7 @@ struct recording {
 
 std::mutex mutex;
 
-// Never destroyed: threads and static objects may log to the very end of the process.
+// Never destroyed, as threads and static objects may log to the very end of the process.
 recording& recorded() {
     static auto& instance = *new recording;
     return instance;

@@ -10,9 +10,10 @@ namespace test_support {
 /// "I text"; other lines as they are.
 std::string message_in(const std::string& record);
 
-/// Stands in front of the platform's log and of `nanosleep` in the test process: log records and
-/// pauses are counted and not written or slept. A new one begins with none. With TEV_TEST_LOG in
-/// the environment every record also goes to standard error. One at a time; any thread.
+/// Stands in front of the platform's log and of `nanosleep` in the test process. Log records and
+/// pauses are recorded instead of written and slept. A new recorder begins with none. With
+/// TEV_TEST_LOG in the environment every record also goes to standard error. One at a time; any
+/// thread.
 class platform_recorder {
 public:
     platform_recorder() { clear(); }

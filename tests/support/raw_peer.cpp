@@ -26,7 +26,7 @@ SSL_CTX* make_context(const peer_identity& identity) {
     }
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
     const std::string pki = pki_dir() + "/";
-    // Security level 0: it also offers what the client is to refuse.
+    // Security level 0, so that it also offers what the client has to refuse.
     const std::string ciphers = identity.ciphers + ":@SECLEVEL=0";
     if (SSL_CTX_load_verify_locations(context, (pki + "ca.pem").c_str(), nullptr) != 1 ||
         SSL_CTX_use_certificate_chain_file(context, (pki + identity.certificate).c_str()) != 1 ||

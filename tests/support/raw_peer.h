@@ -10,8 +10,8 @@
 
 namespace test_support {
 
-/// A socket on a free port of 127.0.0.1. Without a backlog its room for connections is taken up, so
-/// that none is made or refused; with a negative one they are refused.
+/// A socket on a free port of 127.0.0.1. With a backlog of 0 its room for connections is taken up,
+/// so that none is made or refused. With a negative one connections are refused.
 class listener {
 public:
     explicit listener(int backlog);
@@ -26,21 +26,21 @@ private:
     std::vector<int> _sockets;
 };
 
-/// How a peer presents itself; its certificate is one of pki_dir(), and with none it has no TLS.
+/// How a peer presents itself. Its certificate is one of pki_dir(); without one it has no TLS.
 struct peer_identity {
     std::string certificate = "server.pem";
     int max_version = 0;  ///< as TLS1_1_VERSION; 0: the newest
     std::string ciphers = "ALL";
 };
 
-/// One connection, which ends with the behaviour that treats it. Failures do not show here.
+/// One connection. It ends when the behaviour that handles it returns. Failures do not show here.
 struct peer_connection {
     /// False once the client has closed.
     bool read();
-    /// Head and body of a request, as far as they come.
+    /// Reads head and body of a request, or as much as comes.
     void read_request();
     void write(const std::string& bytes) const;
-    /// Makes the end a reset instead of a goodbye.
+    /// Makes the connection end with a reset.
     void reset_at_end() const;
 
     BIO* bio;
@@ -54,9 +54,9 @@ std::string answer(const std::string& body, const std::string& status = "200 OK"
 /// Gives these bytes as the answer to a request.
 behaviour answering(const std::string& bytes);
 
-/// A server that treats one connection after the other as its script says, the last behaviour being
-/// that of all further ones. It asks for a client certificate. Its client has to end before it
-/// does.
+/// A server that handles one connection after the other by the behaviours of its script; the last
+/// one also handles all further ones. It asks for a client certificate. Its client must end before
+/// it does.
 class raw_peer {
 public:
     explicit raw_peer(std::vector<behaviour> script, const peer_identity& identity = {});
@@ -64,7 +64,7 @@ public:
 
     int port() const { return _listener.port(); }
 
-    /// Ends it. All that its behaviours have read.
+    /// Ends it and returns all that its behaviours have read.
     const std::string& stop();
 
 private:

@@ -10,7 +10,7 @@ using namespace test_support;
 using namespace reporter::lua;
 using reporter::lua_exception;
 
-// Calls into a state that has something of its owner's on the stack.
+// Calls into a state whose owner has left something on the stack.
 class lua_calls : public device_test {
 protected:
     lua_calls() {

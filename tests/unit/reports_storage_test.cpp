@@ -11,7 +11,7 @@ namespace {
 
 const std::string lock_name = "tev_reporter_db_file_lock";
 
-// Time 10 lists three reports, time 20 another two, of which one stands under both.
+// Time 10 lists three reports, time 20 two; one of them is under both.
 const std::string good_script = R"(
 function save_report(t) return 1 end
 function ext_aggregation(t) return 1 end
@@ -56,7 +56,7 @@ TEST_F(store, frames_each_operation_with_the_lock_and_the_release) {
         for (const std::string& script : {good_script, std::string()}) {
             const auto tested = make_storage(script, true);
             recorder.clear();
-            // Removals are the one operation that goes on.
+            // Only removals go on after a failure.
             const bool goes_on = script == good_script || operate == operations[0].second;
             EXPECT_EQ(error_of([&, call = operate] { call(*tested); }) == "nothing thrown",
                       goes_on);

@@ -12,7 +12,7 @@
 
 namespace {
 
-// mallinfo, whose successor is younger than the device.
+// For mallinfo: its successor is younger than the device.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 using namespace test_support;

@@ -19,7 +19,7 @@ namespace {
 
 constexpr const char* ADDRESS = "127.0.0.1";
 
-/// Blocked in every thread, so that one place waits for them.
+/// Blocks them in every thread, so that one place can wait for them.
 sigset_t block_stop_signals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -47,7 +47,7 @@ int bind(httplib::Server& server) {
     return port;
 }
 
-/// The file appears whole: who waits for it never reads a part of the number.
+/// The file appears whole, so that a reader never gets a part of the number.
 void tell_port(int port, const std::string& path) {
     std::cout << "listening on " << ADDRESS << ':' << port << std::endl;
     if (path.empty()) {
@@ -87,7 +87,7 @@ void serve(const collector::options& options) {
 
     int signal = 0;
     sigwait(&stop_signals, &signal);
-    // No orderly end: it would wait for each silent connection and each delay that was planned.
+    // An orderly end would wait for each silent connection and each planned delay.
     desk.close();
     std::_Exit(EXIT_SUCCESS);
 }

@@ -70,7 +70,7 @@ const std::map<std::string, setter>& setters() {
     return SETTERS;
 }
 
-/// A value may stand in single quotes and then holds blanks and anything but a single quote.
+/// A value may stand in single quotes; it may then hold anything but a single quote, blanks too.
 planned_answer parse_settings(const std::string& text) {
     planned_answer answer;
     answer.text = text;

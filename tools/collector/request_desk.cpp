@@ -17,10 +17,10 @@ constexpr int NOT_FOUND = 404;
 constexpr int TOO_LARGE = 413;
 constexpr int SERVER_ERROR = 500;
 constexpr const char* JSON_TYPE = "application/json";
-/// Marks an answer of this program's own, whose line has been printed.
+/// Marks an answer that this program has made and printed a line for.
 constexpr const char* NUMBER_HEADER = "X-Request-Number";
 
-/// The agent puts one slash before a path that may have its own.
+/// The agent puts a slash before the path, which may begin with slashes already.
 std::string without_leading_slashes(const std::string& path) {
     return path.substr(std::min(path.find_first_not_of('/'), path.size()));
 }
@@ -54,7 +54,7 @@ std::string head_of(const httplib::Response& response) {
     return head.str();
 }
 
-/// The bytes of an answer that breaks off.
+/// The part of an answer that is sent before it breaks off.
 std::string cut_answer(const httplib::Response& response, cut_point cut) {
     const std::string head = head_of(response);
     switch (cut) {
@@ -194,7 +194,7 @@ void request_desk::decide_hashes(const request_form& form, const planned_answer&
 
 void request_desk::print_line(unsigned number, const httplib::Request& request,
                               const decision& made, const planned_answer& planned) {
-    // The target as it was sent: once decoded it might hold a newline.
+    // The target as it was sent, since a decoded one might hold a newline.
     std::ostringstream line;
     line << number << ' ' << request.method << ' ' << request.target
          << " bytes=" << request.body.size() << " entries=" << made.entries

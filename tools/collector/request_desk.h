@@ -44,6 +44,7 @@ private:
     decision decide(endpoint where, const std::string& text, const planned_answer& planned);
     void decide_reports(const request_form& form, const planned_answer& planned, decision& made);
     void decide_hashes(const request_form& form, const planned_answer& planned, decision& made);
+    /// Takes the mutex. One line on standard output, flushed.
     void print_line(unsigned number, const httplib::Request& request, const decision& made,
                     const planned_answer& planned);
 

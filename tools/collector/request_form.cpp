@@ -73,7 +73,7 @@ bool is_version(const std::string& text) {
     return form == "0.0.0";
 }
 
-/// The form is compared beside strptime, which takes numbers of fewer digits too.
+/// strptime alone would take numbers with fewer digits, so the form is compared too.
 bool is_datetime(const std::string& text) {
     const std::string form = with_zero_digits(text);
     std::tm parts{};
@@ -106,7 +106,8 @@ request_form parse_envelope(const std::string& text) {
     return form;
 }
 
-/// Empty text decodes to nothing; EVP_DecodeBlock counts the padding as zero bytes.
+/// Takes off the zero bytes that EVP_DecodeBlock makes of the padding. Empty text decodes to
+/// nothing.
 std::string decode_base64(const std::string& text) {
     require(text.size() % 4 == 0, "the content is not Base64");
     std::string decoded(text.size() / 4 * 3, '\0');
@@ -120,7 +121,7 @@ std::string decode_base64(const std::string& text) {
     return decoded;
 }
 
-/// One byte of room beyond the declared size tells content that is longer.
+/// Gives zlib one byte more than the declared size, so that longer content shows.
 std::string inflate_declared(const std::string& deflated, std::size_t size) {
     std::string content(size + 1, '\0');
     uLongf written = content.size();

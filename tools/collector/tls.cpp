@@ -29,7 +29,7 @@ std::string unusable(const std::string& what, const std::string& path) {
     return "cannot use " + what + " " + path + ": " + (reason != nullptr ? reason : "not PEM");
 }
 
-/// In place of OpenSSL's own callback, which asks on the terminal.
+/// Stands in for OpenSSL's own callback, which asks at the terminal.
 int no_passphrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*data*/) {
     return 0;
 }
@@ -56,7 +56,7 @@ std::string configure_tls(SSL_CTX& context, const tls_files& files) {
 
     SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION);
     SSL_CTX_set_max_proto_version(&context, TLS1_2_VERSION);
-    // Each connection shows its certificate anew: nothing is resumed.
+    // Nothing is resumed, so that each connection shows its certificate anew.
     SSL_CTX_set_session_cache_mode(&context, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_options(&context, SSL_OP_NO_TICKET);
     SSL_CTX_set_verify(&context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);

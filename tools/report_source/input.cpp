@@ -29,7 +29,7 @@ std::string read_string(const Json::Value& line, const char* name) {
     return line[name].asString();
 }
 
-/// The same bytes for the same size and seed on every machine; they do not compress.
+/// Bytes that do not compress. The same size and seed give the same bytes on every machine.
 std::string generate(std::uint32_t size, std::uint32_t seed) {
     std::mt19937 source(seed);
     std::string bytes(size, '\0');

@@ -1,5 +1,5 @@
-// A report source: puts the reports of its standard input into the agent's store. It shows what a
-// program of the device does to have reports sent, and saves them for the demo and the tests.
+// A report source: puts the reports of its standard input into the agent's store, for the demo and
+// the tests. It shows what a program of the device does to have reports sent.
 
 #include <getopt.h>
 
@@ -44,8 +44,8 @@ A line that cannot be read or saved ends the run with status 1; what came before
 
 class report_source {
 public:
-    /// Result of one line of input. Throws an exception that says what is wrong with the line or
-    /// with the store; nothing is saved then.
+    /// The result of one line of input, as it is printed. Throws a std::exception that says what is
+    /// wrong with the line or with the store; nothing is saved then.
     std::string take(const Json::Value& line) {
         if (!line.isObject()) {
             throw std::runtime_error("this is no JSON object");

@@ -8,7 +8,7 @@ namespace tev::transport {
 
 class HttpSession;
 
-/// What a session registers with libcurl.
+/// What a session registers with libcurl. None of them may throw.
 using SslContextCallback = CURLcode (*)(void*, void*, void*);
 using TransferCallback = std::size_t (*)(unsigned char*, std::size_t, std::size_t, HttpSession*);
 
@@ -71,7 +71,9 @@ private:
         decltype(&::curl_slist_append) curl_slist_append = nullptr;
     };
 
+    /// Set by resolveReferences(), ended by done().
     bool ready = false;
+    /// Filled by resolveReferences(); read by every call.
     References references;
 };
 

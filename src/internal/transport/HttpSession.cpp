@@ -41,7 +41,7 @@ void setInterruptSignal() {
 
 HttpSession::HttpSession(const std::string& address) : url(address), layer(&CurlLayer::getInst()) {}
 
-// Delegates, so that the destructor cleans up when an option cannot be set.
+// It delegates so that the destructor cleans up when an option cannot be set.
 HttpSession::HttpSession(const std::string& address, long timeout) : HttpSession(address) {
     REPORTER_INFO("Curl easy init");
     curl = layer->curl_easy_init();
@@ -154,7 +154,7 @@ int HttpSession::request(const std::string& body, const Method& method) {
     const double seconds = secondsBetween(begin, std::chrono::system_clock::now());
     requestData = nullptr;
     if (result != CURLE_OK) {
-        // Kept: busy stays set, the owner is expected to drop a session whose transfer failed.
+        // Kept: busy stays set. The owner is expected to drop a session whose transfer failed.
         REPORTER_ERROR(url << " time:" << seconds << " sent:" << body.size() << " curl:" << result
                            << " ! " << layer->curl_easy_strerror(result));
         return -static_cast<int>(result);

@@ -10,8 +10,8 @@
 namespace tev::transport {
 namespace {
 
-// A socket that was opened but not told to connect yet would still connect after a shutdown. A dead
-// one under the same number makes that connect fail.
+// A shutdown does not reach a socket that has yet to be told to connect. A dead socket under the
+// same number makes that connect fail.
 void makeUnusable(curl_socket_t socket) noexcept {
     if (shutdown(socket, SHUT_RDWR) == 0 || errno != ENOTCONN) {
         return;
@@ -43,8 +43,7 @@ curl_socket_t InterruptibleSockets::open(const curl_sockaddr& address) noexcept 
     return socket;
 }
 
-// Refusal and registration are one step under the mutex: a socket is either refused here or seen by
-// the interrupt.
+// One step under the mutex, so that a socket is either refused here or seen by the interrupt.
 bool InterruptibleSockets::keep(curl_socket_t socket) noexcept {
     try {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -60,7 +59,7 @@ bool InterruptibleSockets::keep(curl_socket_t socket) noexcept {
 
 int InterruptibleSockets::close(curl_socket_t socket) noexcept {
     {
-        // Before the number is free for reuse, so that an interrupt never hits a stranger's file.
+        // Before the number is free again, or an interrupt could hit another file.
         const std::lock_guard<std::mutex> lock(mutex);
         live.erase(socket);
     }

@@ -31,7 +31,7 @@ MemoryBio makeBio() {
     return {BIO_new(BIO_s_mem()), BIO_free};
 }
 
-// False when the text did not go in as a whole; OpenSSL counts in int.
+// True when the whole text went in. OpenSSL counts in int.
 bool writeText(BIO* bio, const std::string& text) {
     if (text.size() > INT_MAX) {
         return false;
@@ -40,7 +40,7 @@ bool writeText(BIO* bio, const std::string& text) {
     return size == 0 || BIO_write(bio, text.data(), size) == size;
 }
 
-// Given instead of a passphrase callback, or OpenSSL would ask for one at the terminal.
+// Stands in for a passphrase callback, or OpenSSL would ask for one at the terminal.
 char noPassphrase[] = "";
 
 std::shared_ptr<STACK_OF(X509_INFO)> parseBundle(BIO* bio, const std::string& text) {
@@ -50,7 +50,7 @@ std::shared_ptr<STACK_OF(X509_INFO)> parseBundle(BIO* bio, const std::string& te
     std::shared_ptr<STACK_OF(X509_INFO)> bundle(
         PEM_X509_INFO_read_bio(bio, nullptr, nullptr, noPassphrase),
         [](STACK_OF(X509_INFO) * stack) { sk_X509_INFO_pop_free(stack, X509_INFO_free); });
-    // OpenSSL finds an empty stack in a text without any PEM block; here that is a failure.
+    // A text without any PEM block is a failure here; to OpenSSL it is an empty stack.
     return bundle != nullptr && sk_X509_INFO_num(bundle.get()) > 0 ? bundle : nullptr;
 }
 
@@ -61,12 +61,13 @@ std::shared_ptr<X509> parseCertificate(BIO* bio, const std::string& text) {
     return {PEM_read_bio_X509(bio, nullptr, nullptr, noPassphrase), X509_free};
 }
 
-// The key's passphrase is the start of the certificate's Base64 body, behind its 28-byte first
-// line.
+// The key's passphrase is the start of the certificate's Base64 text, after the first line of 28
+// bytes.
 int callbackPrivateKeyPass(char* buf, int size, int /*rwflag*/, void* /*userdata*/) noexcept {
     constexpr std::size_t firstLine = 28;
     constexpr int length = 64;
     if (size < length) {
+        // Kept: "too long", for a limit that is too short.
         REPORTER_ERROR("PassPhraseLimit is too long - break");
         return 0;
     }
@@ -97,7 +98,7 @@ public:
         if (ss_read(name.c_str(), &credential, &bytes, &size) == 0) {
             return true;
         }
-        // What a failed read leaves here is nobody's to free.
+        // What a failed read leaves here must not be freed.
         bytes = nullptr;
         size = 0;
         return false;

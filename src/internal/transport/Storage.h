@@ -10,13 +10,11 @@ namespace tev::common {
 /// The device's TLS credentials: key and certificate from secure storage, CA bundle from a file.
 /// Nothing to do with stored reports. Read on first use, cached until the process exits. Failures
 /// are logged, never thrown, and answer null. The caches have no lock: one thread at a time makes
-/// TLS handshakes.
-/// Kept: what could not be read is tried again at the next call, which is of no use for the
-/// certificate. A session asks for CA bundle, key and certificate, in this order. Once the bundle
-/// is there, only the last of them would read the certificate again, and the key fails before, as
-/// its passphrase comes from the certificate's text. So a certificate that is missing when the
-/// bundle is read is missing until the process ends. Text of a key or a certificate is kept even
-/// where it does not parse.
+/// TLS handshakes. Kept: a certificate that is missing when the bundle is read stays missing until
+/// the process ends, though each call tries again what is missing. A session asks for bundle, key
+/// and certificate, in this order. With the bundle there, only the last would read the certificate
+/// again; but the key fails first, as its passphrase comes from the certificate's text. Text that
+/// was read is cached even where it does not parse.
 class Storage {
 public:
     /// A fresh object each time, parsed from the cached text. The passphrase comes from the client

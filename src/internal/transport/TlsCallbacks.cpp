@@ -16,7 +16,8 @@ namespace {
 
 using common::Storage;
 
-// What failed in a callback must not be taken for an error of the next handshake on its thread.
+// Empties OpenSSL's queue of errors, or the next handshake on this thread would take them for its
+// own.
 struct ErrorQueueGuard {
     ErrorQueueGuard() = default;
     ErrorQueueGuard(const ErrorQueueGuard&) = delete;
@@ -24,8 +25,8 @@ struct ErrorQueueGuard {
     ~ErrorQueueGuard() { ERR_clear_error(); }
 };
 
-// Older libcurls set the store up before this callback, and some builds of them fall back to the
-// system's CAs when no file is named. An empty store with the same parameters takes its place.
+// Puts an empty store with the same parameters in the place of libcurl's. Older versions fill
+// theirs before this callback, in some builds with the system's CAs when no file is named.
 bool dropInheritedTrust(SSL_CTX* ctx) {
     X509_STORE* const inherited = SSL_CTX_get_cert_store(ctx);
     std::unique_ptr<X509_STORE, decltype(&X509_STORE_free)> empty(X509_STORE_new(),

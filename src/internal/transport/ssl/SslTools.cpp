@@ -36,7 +36,7 @@ bool setCertAuthority(SSL_CTX* ctx, std::shared_ptr<STACK_OF(X509_INFO)> ca) {
             REPORTER_WARN("error: no X509_INFO in cert store");
             continue;
         }
-        // Kept: revocation lists are stored, and nothing asks for them to be consulted.
+        // Kept: revocation lists are stored, but OpenSSL is not told to consult them.
         if (element->x509 != nullptr) {
             X509_VERIFY_PARAM_set_time(X509_STORE_get0_param(store), std::time(nullptr));
             if (X509_STORE_add_cert(store, element->x509) != 1) {
