@@ -2,8 +2,8 @@
 # Shows one sending pass: saves some thirty reports, lets the agent send them to a collector on this machine,
 # and tells what became of each.
 #
-# Everything it makes is in build/; nothing else on the machine changes, missing packages excepted. Ctrl-C
-# ends it with all that it started.
+# Everything it makes is in build/. Nothing else on the machine changes, except that missing packages are
+# installed. Ctrl-C ends it and all that it started.
 set -euo pipefail
 source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
@@ -18,7 +18,7 @@ unset TEV_PLATFORM_DIR            # the device root has its own
 bold='' green='' red='' plain=''
 [[ ! -t 1 ]] || bold=$'\033[1m' green=$'\033[32m' red=$'\033[31m' plain=$'\033[0m'
 
-# Within a step, whose own output goes to a log, this is still where people read.
+# Where people read, even within a step, whose output goes to a log.
 exec {person}>&2
 
 stop_all() {
@@ -48,7 +48,7 @@ make_device() {
     tools/make-device "$device" "$@" && ln -sfn device/opt/data/dpm/dplugins/tev-reporter-plugin "$data"
 }
 
-# Its log and, line by line, its results are in the demo's directory; a failure is told by the log's end.
+# Its log and its results, line by line, are in the demo's directory. After a failure it prints the log's end.
 save() {
     tools/device-root "$device" "$build/tools/report_source/report-source" \
         <"demo/$1.ndjson" 2>"$demo/save-$1.log" | tee "$demo/saved-$1" ||
@@ -68,10 +68,10 @@ list_saved() {
         END { for (id in count) print id, type[id], count[id], content[id] }' >"$demo/saved.tsv"
 }
 
-# The log has a line for each report that was read and for each pause of 150 ms, the collector's one for each
-# request. The collector knows the contents of module 310, type 1 already. Its third answer puts off and refuses
-# for good; the fourth is what a proxy in between might send. All is one job of this shell, so that stop_all ends
-# it.
+# The log has a line for each report that was read and for each pause of 150 ms; the collector's log has a line for
+# each request. The collector knows the contents of module 310, type 1 already. Its third answer refuses one report
+# for good and puts another off; the fourth is what a proxy in between might send. All is one job of this shell, so
+# that stop_all ends it.
 run_agent() {
     local log=$demo/agent.log
     awk -F '\t' '$2 == 310 && $3 == 1 { print $6 }' "$demo/saved.tsv" >"$demo/known"
@@ -88,7 +88,7 @@ run_agent() {
     wait "$agent" || { tail -n 20 -- "$log" && return 1; }
 }
 
-# Why that took its time.
+# Says why that took its time.
 tell_pauses() {
     local pauses
     pauses=$(grep -ac 'slow down' "$demo/$1.log") || true
@@ -117,13 +117,13 @@ show() {
     in_account show | sed "s/^== .*/\n$bold&$plain/"
 }
 
-# By comparing what was saved with what arrived and what is left.
+# Compares what was saved with what arrived and what is left.
 judge() {
     local faults
     faults=$(sqlite3 -readonly "$demo/account.db" 'SELECT fault FROM faults')
     if [[ -n $faults ]]; then
         printf '\n%sNOT OK:%s\n%s\n' "$red" "$plain" "$faults"
-        printf 'The end of what %s tells of it:\n' "$demo/agent.log"
+        printf 'The last errors in %s:\n' "$demo/agent.log"
         grep -aE '^E/|canceled' "$demo/agent.log" | cut -c -200 | tail -n 5
         exit 1
     fi >&2
@@ -133,10 +133,10 @@ judge() {
 
 begin
 dev/install-packages build
-check_device_root "all is slower, nothing is left out"
+check_device_root "all is slower, but nothing is left out"
 build_preset release tev_reporter_main report-source collector set-config
 
-# Due at once; then as the configuration comes, which is in the night to come.
+# First reports are due at once; then as the configuration comes, which is in the night to come.
 step "Make a device" make_device processor.dispatching_time=0
 step "Save reports that are due" save due
 tell_pauses save-due

@@ -4,7 +4,7 @@
 #   ./device.sh [CTEST-ARGUMENT ...]
 #
 # Arguments go to CTest: ./device.sh -R journal runs the tests with "journal" in their names. Everything it
-# makes is in build/; nothing else on the machine changes, missing packages excepted.
+# makes is in build/. Nothing else on the machine changes, except that missing packages are installed.
 set -euo pipefail
 source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
@@ -27,8 +27,8 @@ without_substitutes() {
     bwrap --dev-bind / / --tmpfs "$PWD/platform" --die-with-parent -- "$@"
 }
 
-# The C library's checks of buffer sizes, which a compiler leaves out where it sees that all is well: a source
-# that needs one is compiled like those of the agent.
+# Looks for the C library's checks of buffer sizes. The compiler leaves them out where it sees that all is well, so
+# a source that needs one is compiled like those of the agent.
 check_fortify() {
     local flags
     flags=$(sed -n 's/^ *"command": "\(.*\) -o [^ ]*main.cpp.o .*/\1/p' build/device/compile_commands.json | head -n 1)

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Builds the project and runs its tests, on a machine as it comes.
+# Builds the project and runs its tests; installs what is missing for that.
 #
 #   ./test.sh [--preset NAME | --coverage] [CTEST-ARGUMENT ...]
 #
 #   --preset NAME   debug (the default), release, asan, tsan or fuzz; built in build/NAME
-#   --coverage      prints which lines of the product the tests run; built in build/coverage
+#   --coverage      prints which lines of the agent the tests run; built in build/coverage
 #
 # Everything else goes to CTest: ./test.sh -R journal runs the tests with "journal" in their names. Without
 # any argument each fuzz target also runs for ten seconds, where clang is installed.
@@ -53,7 +53,7 @@ while [[ $# -gt 0 ]]; do
 done
 
 dev/install-packages build test
-check_device_root "what mounts is skipped, no leaks are looked for"
+check_device_root "tests that mount are skipped, no leaks are looked for"
 targets=()
 case $preset in
     fuzz)

@@ -17,7 +17,7 @@ prepare() {
     make_device
 }
 
-# make_device [OPTION ...]: for an agent that sends at once what is stored, without a bound, and has its keys.
+# make_device [OPTION ...]: a device with its keys, without a bound, whose agent sends at once what is stored.
 make_device() {
     tools/make-device "$@" "$device" processor.dispatching_time=0 processor.dispatching_spread=0 db_max_size=0
     mkdir -p "$device/platform/secure_storage"
@@ -32,7 +32,7 @@ save() {
         { tail "$scratch/saved" >&2; exit 1; }
 }
 
-# pass FORMAT LOG [VARIABLE=VALUE ...]: one sending pass, timed as FORMAT says, which has to send something.
+# pass FORMAT LOG [VARIABLE=VALUE ...]: one sending pass, which must send something. Prints what FORMAT of time asks.
 pass() {
     local format=$1 log=$2
     shift 2
@@ -47,7 +47,7 @@ sent_something() {
 }
 
 # bare_peak COUNT: peak memory, in KiB, of the bare program that posts as much as the largest of the last COUNT
-# requests of the latest pass; of all with +1.
+# requests of the latest pass; +1 for all of them.
 bare_peak() {
     local bytes
     bytes=$(tail -n "$1" "$requests" | grep -o 'bytes=[0-9]*' | cut -d= -f2 | sort -n | tail -n 1)

@@ -1,11 +1,12 @@
-# Fails where a source or header includes what its layer in src/CMakeLists.txt does not link: a header of another
-# layer, or of a library, which the system's include path would let in. A layer's headers may use what it links
-# as PUBLIC and what comes with that, its sources also what it links as PRIVATE, and nothing that comes with it.
+# Fails where a source or header includes what its layer in src/CMakeLists.txt does not link, be it a header of
+# another layer or of a library. (The system's include path lets any library in.) A layer's headers may use what it
+# links as PUBLIC, and what comes with that. Its sources may also use what it links as PRIVATE, but nothing that
+# comes with that.
 #
 #   cmake -DTREE=DIR -P cmake/CheckLayers.cmake
 cmake_minimum_required(VERSION 3.18)
 
-# Whose the headers of the libraries are; any other is the language's or the system's and free to all.
+# Which library a header is of. Any other header is the language's or the system's, and free to all.
 set(library_headers
   "^curl/=PkgConfig::CURL" "^openssl/=PkgConfig::SSL" "^openssl/=PkgConfig::CRYPTO" "^zlib=PkgConfig::ZLIB"
   "^json/=PkgConfig::JSONCPP" "^lua[a-z]*\\.h=PkgConfig::LUA" "^boost/filesystem=Boost::filesystem"
@@ -13,8 +14,8 @@ set(library_headers
   "^system_info\\.h=platform::capi-system-info" "^ss_client\\.h=platform::secure-storage"
   "^sdp_installer\\.h=platform::sdp-installer")
 
-# One row of the table: who owns which header, and what the layer's headers (shown) and sources (used) may include.
-# A header belongs to the source of its name; one without a source stands in the table itself.
+# One row of the table: which headers are the layer's, and what its headers (shown) and sources (used) may include. A
+# header belongs to the source of its name; one without a source stands in the table itself.
 macro(read_row layer)
   cmake_parse_arguments(ROW "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
   set(shown_${layer} ${layer})

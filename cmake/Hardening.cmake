@@ -1,5 +1,5 @@
-# What makes a flaw harder to exploit, and nothing loaded that is not used. dev/check-binaries looks for
-# it in what was built.
+# Makes flaws harder to exploit, and loads no library that is not used. dev/check-binaries looks for all of it in
+# what was built.
 include(CheckPIESupported)
 check_pie_supported()
 

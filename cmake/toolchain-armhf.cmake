@@ -1,6 +1,6 @@
-# 32-bit ARM with hardware floating point, as the device has it: clang and lld of this machine, headers and
-# libraries of the root file system at TEV_SYSROOT (dev/make-sysroot) and of nowhere else, and an emulator
-# for what is run during a build and by CTest.
+# 32-bit ARM with hardware floating point, as the device has it. clang and lld are this machine's. Headers and
+# libraries are only those of the root file system at TEV_SYSROOT (dev/make-sysroot). What a build or CTest runs, it
+# runs under an emulator.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 

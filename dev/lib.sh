@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Shell functions for the scripts that people start: steps with progress, failures with their reason. To be sourced
-# by bash scripts before they change the directory, as it answers --help with the comment at the script's head.
+# Shell functions for the scripts that people start: steps with progress, failures with their reason. Bash scripts
+# source it before they change the directory, as it answers --help with the comment at the script's head.
 
 if [[ ${1-} == --help ]]; then
     awk 'NR == 1 || /^# shellcheck/ { next } !/^#/ { exit } { sub(/^# ?/, ""); print }' "$0"
@@ -80,7 +80,7 @@ build_preset() {
     step "Build $preset" cmake --build "build/$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
 
-# Says what it means where device roots are made by proot; ends the script where they cannot be made.
+# Prints $1, the consequences, where device roots are made by proot. Ends the script where they cannot be made.
 check_device_root() {
     local way
     way=$(tools/device-root --way) || exit
