@@ -1,4 +1,4 @@
--- JSON for the storage script, on lua-cjson. An instance of its own, so that the settings below
+-- JSON for the storage script, on lua-cjson. It has an instance of its own, so that the settings below
 -- change nothing for other users of the library in the same interpreter.
 
 local json = require("cjson").new()

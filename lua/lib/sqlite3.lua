@@ -3,7 +3,7 @@
 
 local environment = require("luasql.sqlite3").sqlite3()
 
--- Raises SQLite's own message, without the binding's mark before it.
+-- Raises SQLite's own message, without the binding's prefix.
 local function check(result, message)
   if result then return result end
   error((string.gsub(message, "^LuaSQL: ", "")), 0)
@@ -38,7 +38,7 @@ function sqlite3.open(path, busy_wait_ms)
     check(not message, message)
   end
 
-  -- The same for the first column alone, which must not be NULL: calls visit(value).
+  -- Calls visit(value) with the first column of each row, which must not be NULL.
   function database.values(visit, sql, ...)
     local cursor = database.execute(sql, ...)
     if type(cursor) == "number" then return end

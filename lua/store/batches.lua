@@ -2,8 +2,8 @@
 --
 -- Ids only grow. Reports stored one after the other for the same dispatch time form a batch: a range of
 -- ids, their time and a seal. Listing a time seals its batches by one flag in each, and a later report
--- begins a new batch of that time. So neither sealing nor moving a time that a wrong clock has set touches
--- the reports themselves.
+-- begins a new batch of that time. So the reports themselves are not touched, neither by sealing nor when
+-- a time that a wrong clock has set is moved.
 
 -- Bytes of the largest content that is looked into for caller and file hash.
 local PARSED_SIZE = 1048576
@@ -34,15 +34,15 @@ local function read_state()
   return state
 end
 
--- What is due at once shares the time of its open batch, so that it aggregates and the times stay few.
+-- A report that is due at once gets the time of the open batch, so that it can join and the times stay few.
 local function dispatch_time(state, now)
   local last = state.open and time_of(state.newest_batch)
   if last and last <= now and read_schedule().period == 0 then return last end
   return next_dispatch_time(now)
 end
 
--- The newest batch if it takes reports of this time, or else a new one, which ends the range of the former and
--- the stay of those that dropping for space has emptied.
+-- The newest batch if it takes reports of this time, or else a new one. A new one ends the range of the newest, and
+-- removes the batches that dropping for space has emptied.
 local function batch_for(state, time)
   if state.open and time_of(state.newest_batch) == time then return state.newest_batch end
   database.execute("UPDATE batches SET last_id = %.0f WHERE batch = %.0f", state.next_id - 1, state.newest_batch)
@@ -55,7 +55,7 @@ local function batch_for(state, time)
   return batch
 end
 
--- Keys of `alike` are 60 bits of a hash after a digit that tells the two kinds apart: text in Lua.
+-- A key of `alike` is a digit that tells the two kinds apart and 60 bits of a hash. In Lua it is text.
 local function like_key(report, time)
   if report.aggregationid == 0 then return nil end
   local parts = { whole(time), report.module, report.type, whole(report.aggregationid) }
@@ -66,9 +66,9 @@ local function file_key(caller, filehash)
   return "0x6" .. string.sub(sha256(sha256(caller) .. sha256(filehash)), 1, 15)
 end
 
--- The file key of a content that is a JSON object with both names. Most contents lack them and are not
--- parsed, nor is one whose parsed form would take too much memory; one nested beyond the parser's depth
--- counts as no JSON.
+-- The file key of a content that is a JSON object with both names, else nil. Most contents lack the names and are
+-- not parsed. A content whose parsed form would take too much memory is not parsed either. One that nests too deeply
+-- for the parser counts as no JSON.
 local function file_key_of(content)
   if #content > PARSED_SIZE or not string.find(content, "^%s*{")
     or not string.find(content, '"caller"', 1, true) or not string.find(content, '"filehash"', 1, true) then
@@ -106,8 +106,8 @@ local function delete_report(id, name)
   return report.count
 end
 
--- Deletes the reports that next_id names, one after the other, until so many pages are free or it names none.
--- Returns how many went, and with how many occurrences.
+-- Deletes the reports that next_id names, one after the other, until `wanted` pages are free or it names none.
+-- Returns the numbers of reports and of occurrences that went.
 local function drop(next_id, wanted, name)
   local reports, occurrences = 0, 0
   while free_pages() < wanted do

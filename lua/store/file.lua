@@ -1,4 +1,4 @@
--- The care of the file: opening, its bound, the journal's room, shrinking, setting aside, transactions.
+-- All that concerns the file: opening, its bound, the journal's room, shrinking, setting aside, transactions.
 
 -- How long a call waits for another SQLite client before it fails with "database is locked".
 local BUSY_WAIT_MS = 2000
@@ -21,7 +21,7 @@ local function is_full(message)
   return string.find(message, "database or disk is full", 1, true) ~= nil
 end
 
--- Only these mean that the file will never serve again. Busy, full, read-only and failing disks pass.
+-- Only these messages mean that the file is lost. Being busy, full, read-only or on a failing disk may pass.
 local function is_damage(message)
   return string.find(message, "malformed", 1, true) ~= nil or string.find(message, "not a database", 1, true) ~= nil
 end
@@ -44,17 +44,17 @@ local function free_pages()
   return database.number("PRAGMA freelist_count")
 end
 
--- The binding begins this statement twice, which gives back one page more.
+-- One page more is given back, as the binding begins this statement twice.
 local function vacuum(pages)
   database.each(function() end, "PRAGMA incremental_vacuum(%d)", pages)
 end
 
 -- Pages that the journal of a removal, a seal or a shrinking step holds at most, in a file of so many pages.
 -- A removal writes the header, the accounts and, on four ways down a tree, the root and up to three pages on
--- each of three levels. To give back a page writes that page, its parent and the page before it. Of the pages
--- that a content frees only those become part of the journal that the free list takes as trunks (each lists
--- others, four bytes apiece), with the pointer maps (five bytes for a page). These are reckoned for at least twice
--- the file, so that it does not outgrow them in one save: 257 KiB in all for a file of up to 8 MiB.
+-- each of three levels. Giving back a page writes that page, its parent and the page before it. Of the pages that a
+-- content frees, the journal gets only those that the free list takes as trunks, which list the others in four bytes
+-- each. It also gets their pointer maps, five bytes for a page. Both are reckoned for at least twice the file, so that
+-- the file does not outgrow them in one save: 257 KiB in all for a file of up to 8 MiB.
 local function journal_need(file_pages)
   local bound = 4096
   while bound < 2 * file_pages do bound = bound * 2 end
@@ -62,9 +62,9 @@ local function journal_need(file_pages)
   return lists + 2 + math.max(4 * (1 + 3 * 3), 3 * (SHRINK_STEP + 1))
 end
 
--- Grows the journal file to that need; it stays so, as the mode PERSIST overwrites it in place. So a full disk
--- stops neither removals nor seals. To get a transaction that saves so many pages, a filler is written and
--- then deleted under secure_delete, which saves and wipes each of its pages; they are given back at once.
+-- Grows the journal file to that need, so that a full disk stops neither removals nor seals. The file stays so, as the
+-- mode PERSIST overwrites it in place. It grows by a transaction that journals so many pages: a filler is written and
+-- then deleted under secure_delete, which journals and wipes each of its pages. They are given back at once.
 local function grow_journal(pages)
   database.number("PRAGMA max_page_count = 1073741823")
   database.execute("BEGIN IMMEDIATE")
@@ -100,11 +100,11 @@ local function keep_bounds(room)
   return message
 end
 
--- A rollback journal, since the connection is closed after nearly every call: a write-ahead log is written
--- back and deleted with the last connection, which costs more syncs than it saves and keeps no room. FULL
--- makes a commit durable, which here is the synced overwriting of the journal's header.
--- The first statement that reads the file rolls back what a killed process left. Journal mode cannot be set
--- before it, but under EXCLUSIVE locking it leaves the journal file in place as well.
+-- It has a rollback journal, since the connection is closed after nearly every call. A write-ahead log would be
+-- written back and deleted each time, which costs more syncs than it saves and keeps no room. With FULL a commit is
+-- durable: the journal's header is overwritten and synced.
+-- The first statement that reads the file rolls back what a killed process left. The journal mode cannot be set before
+-- that, and the default one would delete the journal file; under EXCLUSIVE locking it stays.
 local function connect()
   database = sqlite3.open(PATH_TO_DB, BUSY_WAIT_MS)
   database.row("PRAGMA locking_mode = EXCLUSIVE")
@@ -134,9 +134,9 @@ local function recognise()
   error((other and FOREIGN or "") .. message, 0)
 end
 
--- Opens the database when need be. The journal is looked for at each call, as another SQLite client that
--- writes deletes it. A store without its room still lists and reads, and removes as far as the disk allows. Until
--- the journal has its room again each commit deletes it, so that one which is there has what the accounts say.
+-- Opens the database if it is not open. Each call looks for the journal, as another SQLite client that writes deletes
+-- it. A store without the journal's room still lists and reads, and removes as far as the disk allows. Until the
+-- journal has its room again, each commit deletes it. So a journal that is there has the room that the accounts say.
 local function open()
   local journal = exists(PATH_TO_DB .. "-journal")
   if database and journal then return end
@@ -177,7 +177,7 @@ local function shrink()
   end
 end
 
--- Runs body in a transaction. Shrinking comes behind it, as it must not fail what is done.
+-- Runs body in a transaction. Shrinking comes after it, so that its failure undoes nothing.
 local function transaction(body)
   database.execute("BEGIN IMMEDIATE")
   local result = body()
@@ -197,8 +197,8 @@ local function name_aside(damaged)
   return name
 end
 
--- Makes way for a fresh database. What SQLite can read is always kept; of damaged ones the first, for an
--- examination. The journal goes first: a fresh database beside an old journal could take it for its own.
+-- Makes way for a fresh database. A database that SQLite can read is always kept; of damaged ones only the first, for
+-- examination. The journal goes first, as a fresh database could take an old journal for its own.
 local function set_aside(message)
   local known, times = pcall(function() return database.number("SELECT set_aside FROM accounts WHERE one = 1") end)
   times_set_aside = (known and times or times_set_aside) + 1
@@ -217,8 +217,8 @@ local function set_aside(message)
   end
 end
 
--- Runs one call, and once more on a fresh database when the present one turns out damaged or foreign. After a
--- failure nothing half done stays: the connection is closed.
+-- Runs one call. When the database turns out damaged or foreign, runs it once more on a fresh one. After a failure the
+-- connection is closed, so that nothing half done stays.
 local function serve(operation, ...)
   local arguments = { ... }
   local function attempt()

@@ -1,9 +1,9 @@
 -- The six functions that the agent calls.
 
--- Pages that one listing frees at most by dropping reports for their age: as many as it gives back.
+-- Pages that one listing frees at most by dropping reports for their age; it gives back as many.
 local AGED_PAGES = SHRINK_ROUNDS * SHRINK_STEP
 
--- Pages that a body of so many bytes adds at most: its own, and a split in each tree that gains a row.
+-- Pages that a body of so many bytes adds at most: its own, and those of a split in each tree that gains a row.
 local function pages_for(length)
   local own = math.ceil(length / (PAGE_SIZE - 4))
   return own + math.ceil(own / math.floor(PAGE_SIZE / 5)) + 20
@@ -13,8 +13,8 @@ local function oldest_report()
   return database.number("SELECT id + 0.0 FROM reports WHERE id > 0 ORDER BY id LIMIT 1")
 end
 
--- Drops the oldest reports until so many pages fit within the bound; returns what went. In a file above its bound
--- only as many more go as the call gives back. Nil when the pages do not fit an empty store either.
+-- Drops the oldest reports until `need` pages fit within the bound; returns what went. A file above its bound also
+-- loses what the call gives back, but no more. Nil when the pages would not fit an empty store either.
 local function make_room(need)
   local limit = page_limit()
   if limit == 0 then return { reports = 0 } end
@@ -76,14 +76,14 @@ local function count_again(key)
   end)
 end
 
--- All batches, each with its oldest report by one seek.
+-- All batches, each with its oldest report, which takes one seek.
 local SURVEY = "SELECT " .. wide("batch, first_id, last_id, sealed, day") .. " FROM batches LEFT JOIN reports ON id = "
   .. "(SELECT id FROM reports WHERE id BETWEEN first_id AND last_id ORDER BY id LIMIT 1) "
   .. "WHERE batches.batch >= " .. whole(BATCH_BASE) .. " ORDER BY batches.batch"
 
--- The dispatch times of stored reports, what mends batches, and batches with reports of before a day.
--- Once the clock is set, a time beyond what the schedule can give comes from a clock that was ahead: its batch
--- moves to the next regular time, and its range of ids ends here.
+-- Returns the dispatch times of stored reports, what mends batches, and the batches with reports from before
+-- first_day. A time beyond what the schedule can give comes from a clock that was ahead. Once the clock is set, its
+-- batch moves to the next regular time, and its range of ids ends here.
 local function survey(now, first_day)
   local latest, times, mend, aged = next_dispatch_time(now), {}, {}, {}
   local function end_batch(statement, batch)
@@ -105,7 +105,7 @@ local function survey(now, first_day)
   return times, mend, aged
 end
 
--- Gives the reports of before a day in these batches, oldest first.
+-- Gives the ids of the reports from before first_day in these batches, oldest first.
 local function aged_reports(aged, first_day)
   local at = 1
   return function()
@@ -118,10 +118,10 @@ local function aged_reports(aged, first_day)
   end
 end
 
--- Counts the UTC days under which times were listed, each later than all before it. A report goes for its age
--- when more than "max_age_days" were counted since it came and a sender had its id: so it was listed in more
--- passes than that, under as many later days, and no clock that leaps or falls back adds one by itself.
--- Housekeeping is put off while the disk is full, as listing does not depend on it.
+-- Counts the UTC days under which times were listed; a day counts when it is later than all counted before. A report
+-- goes for its age when a sender had its id and more than "max_age_days" were counted since it came. So it was listed
+-- in more passes than that, under as many later days; a clock that leaps or falls back adds none by itself.
+-- Housekeeping waits while the disk is full, as listing does not depend on it.
 local function list_times()
   local now, most, state = get_timestamp(), setting("max_age_days"), read_state()
   local first_day = most > 0 and state.listed_days - most or 0
@@ -169,12 +169,12 @@ local function list_ids(time)
   return ids
 end
 
--- A number as JSON within bounds, whatever a damaged row holds: the agent could not count what it cannot hold.
+-- A number as JSON, within bounds whatever a damaged row holds, as the agent could not count a larger one.
 local function json_number(number, least, most)
   return whole(math.max(least, math.min(most, number or least)))
 end
 
--- Every value is a number, hexadecimal or Base64 and needs no quoting.
+-- The report as JSON. Every value is a number, hexadecimal or Base64, so nothing needs quoting.
 local function read_report(id)
   local row = database.row("SELECT " .. wide("module, type, aggregationid, count, size, first_time, last_time")
     .. ", lower(hex(sha256)) AS sha256, body, store FROM reports CROSS JOIN contents USING(id) "

@@ -28,9 +28,9 @@ local function read_schedule()
   return schedule
 end
 
--- The first of the local times after a moment. os.time carries days over the end of a month and moves a
--- time that daylight saving skips; a third day is looked at in case that brings it before the moment.
--- Where the calendar of a 32-bit system ends, it is the moment itself.
+-- The first of the local times after a moment, or the moment itself where the calendar of a 32-bit system ends.
+-- os.time carries days over the end of a month, and moves a time that daylight saving skips. As this may bring it
+-- before the moment, a third day is looked at.
 local function next_clock_time(times, moment)
   local today, best = os.date("*t", moment), nil
   for days = 0, 2 do
@@ -43,7 +43,7 @@ local function next_clock_time(times, moment)
   return best or moment
 end
 
--- When a report of this moment is due: later by the schedule, or now.
+-- When a report that comes now is due: at once, or at the schedule's next time.
 local function next_dispatch_time(now)
   local plan = read_schedule()
   local moment = now - plan.offset

@@ -3,28 +3,27 @@
 -- "TEVR" in SQLite's header says whose file it is.
 local APPLICATION_ID = 0x54455652
 
--- A page is as large as the blocks of the file systems and of the flash below. A lost block is then one page,
--- which the journal covers, and never takes neighbours along that were not being written
--- (docs/store.md has the figures).
+-- A page is as large as the blocks of the file systems and of the flash below. So a lost block is one page, which the
+-- journal covers, and takes no neighbours along that were not being written (docs/store.md has the figures).
 local PAGE_SIZE = 4096
 
--- All ids take five bytes as keys (2^28 to 2^32 - 1), and every table is a plain rowid table without an
--- index. With keys of one length a deletion only ever shrinks a tree, so it needs no new page and no free
--- byte on the disk. A fresh store begins at a random id: ids which a sender still holds from a store that
--- was set aside then name nothing in the new one. 800 million saves later an id passes 2^31, which all but
--- the result of `save_report` on a device with a `long` of 32 bits can hold.
+-- All ids take five bytes as keys (2^28 to 2^32 - 1), and every table is a plain rowid table without an index. With
+-- keys of one length a deletion only ever shrinks a tree, so it needs no new page and no free byte on the disk. A
+-- fresh store begins at a random id. So ids that a sender still holds from a store that was set aside name nothing in
+-- the new one. An id passes 2^31 after 800 million saves at the earliest. Only the result of `save_report` cannot hold
+-- that, on a device with a `long` of 32 bits.
 local LOWEST_ID, ID_SPREAD, NO_LAST_ID = 268435456, 1073741824, 1099511627776
 
 -- A key of `batches` is the dispatch time and a number within it. With this base all keys have one length and
 -- are exact in a Lua number, up to a time in the year 2514.
 local BATCH_BASE, BATCHES, LATEST_TIME = 2 ^ 52, 2 ^ 18, 2 ^ 34 - 1
 
--- What makes each version of the store out of the one before, the first out of nothing. A version that was
--- released never changes.
+-- The statements that make each version of the store out of the one before, the first out of an empty file. They never
+-- change once the version is released.
 local VERSIONS = {
   {
-    -- One row, as each save changes both kinds of columns. Always: saved = stored + removed + dropped_space +
-    -- dropped_age, in occurrences.
+    -- Accounts and state in one row, as each save changes both. In occurrences always: saved = stored + removed +
+    -- dropped_space + dropped_age.
     [[CREATE TABLE accounts(one INTEGER PRIMARY KEY CHECK(one = 1), saved INTEGER NOT NULL,
         joined INTEGER NOT NULL DEFAULT 0, removed INTEGER NOT NULL DEFAULT 0,
         dropped_space INTEGER NOT NULL DEFAULT 0, dropped_age INTEGER NOT NULL DEFAULT 0,
@@ -38,7 +37,7 @@ local VERSIONS = {
     [[CREATE TABLE reports(id INTEGER PRIMARY KEY, module INTEGER NOT NULL, type INTEGER NOT NULL,
         aggregationid INTEGER NOT NULL, count INTEGER NOT NULL, first_time INTEGER NOT NULL,
         last_time INTEGER NOT NULL, day INTEGER NOT NULL, like_key INTEGER, file_key INTEGER)]],
-    -- Apart from `reports`, so that counting and listing read and write small rows.
+    -- Not in `reports`, so that counting and listing read and write small rows.
     [[CREATE TABLE contents(id INTEGER PRIMARY KEY, size INTEGER NOT NULL, sha256 BLOB NOT NULL,
         body TEXT NOT NULL)]],
     -- The newest report under a hash of what makes reports alike, or of caller and file hash.
@@ -48,7 +47,7 @@ local VERSIONS = {
   },
 }
 
--- Every column that this script uses: a store without one of them is not ours.
+-- Every column that this script uses. A store without one of them is not ours.
 local USED = [[SELECT one, saved, joined, removed, dropped_space, dropped_age, refused, set_aside, next_id, newest_batch,
   latest_day, listed_days, journal_pages, store, batches.batch, first_id, last_id, sealed, reports.id, module, type,
   aggregationid, count, first_time, last_time, day, like_key, file_key, contents.id, size, sha256, contents.body,
@@ -58,13 +57,13 @@ local USED = [[SELECT one, saved, joined, removed, dropped_space, dropped_age, r
 local database
 local times_set_aside = 0
 
--- Writes columns of the accounts, in the transaction of what they tell of.
+-- Writes columns of the accounts, in the same transaction as what they count.
 local function account(assignments, ...)
   database.execute("UPDATE accounts SET " .. assignments .. " WHERE one = 1", ...)
 end
 
--- Accounts for what is stored, in a fresh store or where they were lost: ids go on above the highest, and no
--- batch goes on.
+-- Begins the accounts with what is stored, in a fresh store or where they were lost. Ids go on above the highest, and
+-- no batch goes on.
 local function begin_accounts()
   database.execute("INSERT INTO accounts(one, saved, listed_days, set_aside, next_id, store) "
     .. "SELECT 1, total(count), coalesce(max(day), 0), %d, max(coalesce(max(id) + 1, 0), %d + abs(random() %% %d)), "

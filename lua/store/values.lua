@@ -1,18 +1,18 @@
 -- The report store: one SQLite database behind the six functions at the end, which the agent calls
--- (docs/storage_script.md). The interpreter is rebuilt several times per pass, so loading this text does
--- nothing yet: the first call opens the database, which stays open while the interpreter lives. Every call
--- comes under an inter-process lock of the agent; SQLite's own locks matter only against other programs, such
--- as a technician's shell.
+-- (docs/storage_script.md). Loading this text does nothing, as the interpreter is rebuilt several times per pass. The
+-- first call opens the database, which stays open while the interpreter lives. Every call comes under an
+-- inter-process lock of the agent. SQLite's own locks matter only against other programs, such as a technician's
+-- shell.
 --
--- The build joins the files of lua/store/ in the order that lua/CMakeLists.txt gives. This one has what all
--- of them need: numbers and settings.
+-- The build joins the files of lua/store/ in the order that lua/CMakeLists.txt gives. This one has numbers and
+-- settings, which all of them need.
 
 local HOUR, DAY = 3600, 86400
 
--- 2026-10-01, seconds since 1970: the first release, never to be raised. A clock that shows less was never set.
+-- 2026-10-01 in seconds since 1970, the first release. A clock that shows less was never set. Never to be raised.
 local FIRST_RELEASE = 1790812800
 
--- The device's Lua integers have 32 bits with a sign: what the agent narrowed is widened again.
+-- Widens again what the agent narrowed: the device's Lua integers have 32 bits with a sign.
 local function unsigned(number)
   return number < 0 and number + 4294967296 or number
 end
@@ -21,8 +21,8 @@ local function whole(number)
   return string.format("%.0f", number)
 end
 
--- Columns that come as numbers of full width: as floats, which are exact up to 2^53. A query orders by
--- table.column, since a column alone then means the float, which no key serves.
+-- Columns as floats, so that they come in full width: exact up to 2^53. A query must then order by table.column, since a
+-- column alone means the float, for which there is no key.
 local function wide(names)
   return (string.gsub(names, "[%w_]+", "%0 + 0.0 AS %0"))
 end
@@ -31,8 +31,8 @@ local function exists(path)
   return (os.rename(path, path)) ~= nil
 end
 
--- CONFIG has the comments of its file, which are no JSON. Once quotes and backslashes within strings are
--- written as numbers, a string ends at the next quote.
+-- CONFIG has the comments of its file, which are no JSON. First quotes and backslashes within strings are written as
+-- numbers; then every string ends at the next quote.
 local function strip_comments(text)
   text = string.gsub(text, '\\(["\\])', { ['"'] = "\\u0022", ["\\"] = "\\u005c" })
   local kept, at = {}, 1
