@@ -19,8 +19,8 @@ constexpr const char* HELP =
 
   set-config FILE KEY=VALUE ...     as in set-config config.def sender.server_port=8443
 
-A value stays of its kind, text, number or truth value; a key that the file has not is refused.
-Comments stay, line breaks become those of the JSON library.
+A value keeps its type: text, number or truth value. A key that the file does not have is refused.
+Comments stay; line breaks become those of the JSON library.
 )";
 
 /// The values of a configuration by their dotted names.

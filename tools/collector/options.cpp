@@ -18,16 +18,16 @@ constexpr const char* HELP =
 Serves 127.0.0.1 only, TLS 1.2 only, and only clients with a certificate of the given CA.
 Prints "listening on 127.0.0.1:PORT", then one line per request. SIGTERM and SIGINT end it.
 
-  --port-file FILE          where to write the port, a free one, once requests can come
+  --port-file FILE          the port, a free one, is written here once requests can come
   --ca FILE                 CA of the clients (PEM)
   --cert FILE, --key FILE   the server's certificate and key (PEM)
   --known-hashes FILE       contents already known: one SHA-256 a line
   --store FILE              accepted reports are appended here, one JSON object a line
-  --answer LINE             requests to answer otherwise, one plan line; may be repeated
+  --answer LINE             a plan line: another answer to some requests; may be repeated
 
-A plan line is NUMBER ENDPOINT SETTING...; the first that fits a request is used, in the
-order of the command line.
-  NUMBER    the request's number from 1, counted at its ENDPOINT; * for each
+A plan line is NUMBER ENDPOINT SETTING... For each request the first line that fits is used, in
+the order of the command line.
+  NUMBER    the request's number at its ENDPOINT, from 1; * for every request
   ENDPOINT  reports or check_hashes
   SETTING   status=N         HTTP status; other than 200, nothing is kept
             codes=LIST       what "body" holds: JSON values of any number and type
@@ -83,7 +83,7 @@ options parse_options(int argc, char* argv[]) {
     }
     if (optind < argc || parsed.tls.ca.empty() || parsed.tls.cert.empty() ||
         parsed.tls.key.empty()) {
-        throw std::runtime_error("--ca, --cert and --key are needed, and nothing but options");
+        throw std::runtime_error("--ca, --cert and --key are required, and only options are allowed");
     }
     return parsed;
 }

@@ -38,7 +38,7 @@ Runs at the device's paths (see tools/device-root). Prints a line per result:
   saved id=ID module=N type=N size=BYTES sha256=HASH   a report of its own
   joined id=ID ...                                     counted with one saved in this run
   counted N                                            its occurrences now, 0: there is none
-  refused                                              by the device's switches, or too large
+  refused                                              by the device's switches, or as too large
 A line that cannot be read or saved ends the run with status 1; what came before it stays.
 )";
 
@@ -48,7 +48,7 @@ public:
     /// wrong with the line or with the store; nothing is saved then.
     std::string take(const Json::Value& line) {
         if (!line.isObject()) {
-            throw std::runtime_error("this is no JSON object");
+            throw std::runtime_error("this is not a JSON object");
         }
         return line.isMember("ext_aggregation") ? count(line["ext_aggregation"]) : save(line);
     }
