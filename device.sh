@@ -45,7 +45,8 @@ check_binaries() {
     rm -rf -- "$installed"
     cmake --install build/device --prefix "$installed" >/dev/null &&
         dev/check-binaries "$root" "$installed"/usr/lib/libtev_reporter.so.*.*.* \
-            "$installed/opt/data/dpm/dplugins/tev-reporter-plugin/tev_reporter_main" &&
+            "$installed/opt/data/dpm/dplugins/tev-reporter-plugin/tev_reporter_main" \
+            "$installed/usr/bin/tev-report" &&
         check_fortify
 }
 

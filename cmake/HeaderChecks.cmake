@@ -2,6 +2,7 @@
 function(tev_check_headers)
   file(GLOB_RECURSE headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
     ${PROJECT_SOURCE_DIR}/internal_include/*.h ${PROJECT_SOURCE_DIR}/processor/*.h
+    ${PROJECT_SOURCE_DIR}/report_tool/*.h
     ${PROJECT_SOURCE_DIR}/src/*.h)
   set(sources "")
   foreach(header IN LISTS headers)
@@ -11,5 +12,6 @@ function(tev_check_headers)
     list(APPEND sources ${source})
   endforeach()
   add_library(check_headers OBJECT EXCLUDE_FROM_ALL ${sources})
+  target_include_directories(check_headers PRIVATE ${PROJECT_SOURCE_DIR}/report_tool)
   target_link_libraries(check_headers PRIVATE tev_reporter)
 endfunction()

@@ -1,0 +1,78 @@
+#include <iostream>
+#include <stdexcept>
+
+#include <json/value.h>
+
+#include "command.h"
+#include "configuration.h"
+#include "data_dir.h"
+#include "lock.h"
+#include "output.h"
+#include "owner.h"
+#include "storage/open_reports_storage.h"
+#include "store.h"
+
+namespace report_tool {
+namespace {
+
+constexpr unsigned int longest_look_seconds = 60;
+
+struct line {
+    const char* name;
+    const char* meaning;
+};
+constexpr line lines[] = {
+    {"saved", "occurrences taken"},
+    {"joined", "of them counted with a stored report"},
+    {"removed", "sent, refused for good by the server, or known to it"},
+    {"dropped_space", "dropped to stay within db_max_size"},
+    {"dropped_age", "dropped after more than max_age_days days with a pass"},
+    {"stored", "in the store now"},
+    {"refused", "reports too large for the store, not part of saved"},
+    {"set_aside", "times that a database was set aside"},
+};
+
+Json::Value read_accounts() {
+    const auto config = reporter::load_configuration(
+        reporter::config_dir, reporter::REPORTER_DATA_DIR + "lua", {reporter::storage_script});
+    const held_lock lock(store_lock);
+    if (const store_obstacle obstacle = find_store_obstacle(); !obstacle.cause.empty()) {
+        throw std::runtime_error(obstacle.text);
+    }
+    const Json::Value look = inspect_store(
+        config, config.get_script(reporter::storage_script).content, "store", longest_look_seconds);
+    if (!look["accounts"].isObject()) {
+        throw std::runtime_error(look.get("error", "the store has no accounts").asString());
+    }
+    Json::Value accounts;
+    for (const line& account : lines) {
+        accounts[account.name] = look["accounts"][account.name].asInt64();
+    }
+    accounts["stored"] = look["stored"].asInt64();
+    return accounts;
+}
+
+int show_accounts(const common_options& options) {
+    become_owner();
+    const Json::Value accounts = read_accounts();
+    if (options.json) {
+        print_json(accounts);
+        return done;
+    }
+    table rows({"account", "count", ""});
+    for (const line& account : lines) {
+        rows.add({account.name, accounts[account.name].asString(), account.meaning});
+    }
+    rows.print();
+    std::cout << "\nsaved = removed + dropped_space + dropped_age + stored\n";
+    return done;
+}
+
+}  // namespace
+
+command accounts_command() {
+    return {"accounts", "What became of every occurrence that the store took", [](CLI::App&) {},
+            show_accounts};
+}
+
+}  // namespace report_tool

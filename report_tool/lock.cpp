@@ -1,0 +1,73 @@
+#include "lock.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include <chrono>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+namespace report_tool {
+namespace {
+
+constexpr std::chrono::seconds longest_wait{5};
+constexpr std::chrono::milliseconds between_tries{20};
+
+std::string describe(pid_t process) {
+    std::string name;
+    std::ifstream file("/proc/" + std::to_string(process) + "/comm");
+    std::getline(file, name);
+    // Of another pid namespace, or of an open file, which has no process.
+    const std::string known = process > 0 ? "process " + std::to_string(process) : "some process";
+    return name.empty() ? known : known + " (" + name + ")";
+}
+
+std::string holder_of(int descriptor) {
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    if (fcntl(descriptor, F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK) {
+        return "";
+    }
+    return describe(lock.l_pid);
+}
+
+}  // namespace
+
+std::string holder_of(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) {
+        return "";
+    }
+    std::string holder = holder_of(descriptor);
+    close(descriptor);
+    return holder;
+}
+
+held_lock::held_lock(const std::string& name)
+    : _descriptor(open((lock_dir + name).c_str(), O_RDWR | O_CLOEXEC)) {
+    const std::string path = lock_dir + name;
+    if (_descriptor < 0) {
+        // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
+        throw std::runtime_error(path + ": " + std::strerror(errno));
+    }
+    const auto end = std::chrono::steady_clock::now() + longest_wait;
+    while (lockf(_descriptor, F_TLOCK, 0) != 0) {
+        if (std::chrono::steady_clock::now() >= end) {
+            const std::string holder = holder_of(_descriptor);
+            close(_descriptor);
+            throw std::runtime_error(path + " is held by " + holder);
+        }
+        std::this_thread::sleep_for(between_tries);
+    }
+}
+
+held_lock::~held_lock() {
+    close(_descriptor);
+}
+
+}  // namespace report_tool

@@ -1,0 +1,59 @@
+// tev-report: shows whoever stands before a device what is in it and what is wrong with it.
+
+#include <exception>
+#include <iostream>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "command.h"
+#include "logging.h"
+
+namespace {
+
+using namespace report_tool;
+
+int run_command(const command& chosen, const common_options& options) {
+    reporter::set_logging(options.log);
+    try {
+        return chosen.run(options);
+    } catch (const refusal& error) {
+        std::cerr << "tev-report: " << error.what() << '\n';
+        return refused;
+    } catch (const std::exception& error) {
+        std::cerr << "tev-report: " << error.what() << '\n';
+        return failed;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    CLI::App app("Shows what is in the report store of this device, and what keeps reports in it.",
+                 "tev-report");
+    app.require_subcommand(1);
+    app.fallthrough();
+    common_options options;
+    app.add_flag("--json", options.json, "Print JSON for programs");
+    app.add_flag("--log", options.log, "Let records go to the platform's log");
+
+    const command commands[] = {doctor_command(), stats_command(), journal_command(),
+                                accounts_command()};
+    std::vector<std::pair<CLI::App*, const command*>> known;
+    for (const command& one : commands) {
+        known.emplace_back(app.add_subcommand(one.name, one.summary), &one);
+        one.add_options(*known.back().first);
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? done : refused;
+    }
+    for (const auto& [parsed, one] : known) {
+        if (parsed->parsed()) {
+            return run_command(*one, options);
+        }
+    }
+    return refused;
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+namespace report_tool {
+
+/// Makes this process that of the data directory's owner, whose files the agent works with: root
+/// becomes it, anybody else is refused, so that nothing is left which the agent cannot open. False
+/// when there is no data directory, and so nobody to become. Throws refusal.
+bool become_owner();
+
+}  // namespace report_tool

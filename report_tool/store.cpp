@@ -1,0 +1,93 @@
+#include "store.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include <fstream>
+#include <stdexcept>
+
+#include "child.h"
+#include "configuration.h"
+#include "data_dir.h"
+#include "json_io.h"
+#include "lua_sandbox.h"
+
+namespace report_tool {
+namespace {
+
+// Places in the first 100 bytes of an SQLite database.
+constexpr std::size_t header_size = 100;
+constexpr std::size_t write_version = 18;
+constexpr char write_ahead_log = 2;
+
+// The one argument that is text.
+struct question_text {
+    std::string text;
+    void export_to_lua(reporter::lua::lua_state& state) const {
+        lua_pushlstring(state.get_lua(), text.data(), text.size());
+    }
+};
+
+std::string first_bytes(const std::string& path, std::size_t size) {
+    std::ifstream file(path, std::ios::binary);
+    std::string bytes(size, '\0');
+    file.read(bytes.data(), static_cast<std::streamsize>(size));
+    bytes.resize(static_cast<std::size_t>(file.gcount()));
+    return bytes;
+}
+
+}  // namespace
+
+store_obstacle find_store_obstacle() {
+    const std::string path = reporter::REPORTER_DATA_DIR + "db_reports";
+    if (access(path.c_str(), R_OK) != 0) {
+        return {errno == ENOENT ? "absent" : "unreadable",
+                // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
+                path + ": " + std::strerror(errno)};
+    }
+    const std::string header = first_bytes(path, header_size);
+    if (header.empty()) {
+        return {"empty", path + " is empty"};
+    }
+    if (header.size() < header_size ||
+        header.compare(0, 16, std::string("SQLite format 3\0", 16))) {
+        return {"damaged", path + " is no SQLite database"};
+    }
+    // What is half done begins the journal; a finished write has wiped its head.
+    const std::string journal = first_bytes(path + "-journal", 1);
+    if (!journal.empty() && journal[0] != '\0') {
+        return {"unfinished", path + "-journal holds an unfinished write"};
+    }
+    if (header[write_version] == write_ahead_log) {
+        return {"foreign", path + " has a write-ahead log, which the store never has"};
+    }
+    return {};
+}
+
+Json::Value inspect_store(const reporter::config_helper& config, const std::string& script,
+                          const std::string& question, unsigned int seconds) {
+    const child_answer answer = in_child(seconds, [&] {
+        reporter::lua_sandbox sandbox(config, script);
+        return sandbox.get().call<std::string>("inspect", question_text{question});
+    });
+    Json::Value content;
+    switch (answer.how) {
+        case child_answer::end::too_late:
+            throw std::runtime_error("no answer within " + std::to_string(seconds) + " s");
+        case child_answer::end::died:
+            throw std::runtime_error("the storage script ended the process");
+        case child_answer::end::threw:
+            throw std::runtime_error(answer.text);
+        case child_answer::end::returned:
+            break;
+    }
+    if (!reporter::json_read(answer.text, content, reporter::json_comments::skip) ||
+        !content.isObject()) {
+        throw std::runtime_error("the storage script's answer is no JSON object");
+    }
+    return content;
+}
+
+}  // namespace report_tool
