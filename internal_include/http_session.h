@@ -13,6 +13,9 @@ namespace reporter {
 
 class config_helper;
 
+/// Platform setting with the server's address, for "vxt_service".
+inline constexpr const char* server_setting = "rtc/db/comss/vtxurl/scare_direct";
+
 /// The transport could not even begin a request. what() is the transport's own text.
 class http_session_exception : public std::runtime_error {
 public:

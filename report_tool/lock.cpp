@@ -8,13 +8,13 @@
 
 #include <chrono>
 #include <fstream>
-#include <stdexcept>
 #include <thread>
 
 namespace report_tool {
 namespace {
 
-constexpr std::chrono::seconds longest_wait{5};
+// Five seconds.
+constexpr int tries = 250;
 constexpr std::chrono::milliseconds between_tries{20};
 
 std::string describe(pid_t process) {
@@ -44,6 +44,10 @@ std::string holder_of(const std::string& path) {
         return "";
     }
     std::string holder = holder_of(descriptor);
+    for (int tried = 0; !holder.empty() && tried < tries; ++tried) {
+        std::this_thread::sleep_for(between_tries);
+        holder = holder_of(descriptor);
+    }
     close(descriptor);
     return holder;
 }
@@ -53,14 +57,14 @@ held_lock::held_lock(const std::string& name)
     const std::string path = lock_dir + name;
     if (_descriptor < 0) {
         // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
-        throw std::runtime_error(path + ": " + std::strerror(errno));
+        throw lock_failure(errno == ENOENT ? "missing" : "access",
+                           path + ": " + std::strerror(errno));
     }
-    const auto end = std::chrono::steady_clock::now() + longest_wait;
-    while (lockf(_descriptor, F_TLOCK, 0) != 0) {
-        if (std::chrono::steady_clock::now() >= end) {
+    for (int tried = 0; lockf(_descriptor, F_TLOCK, 0) != 0; ++tried) {
+        if (tried == tries) {
             const std::string holder = holder_of(_descriptor);
             close(_descriptor);
-            throw std::runtime_error(path + " is held by " + holder);
+            throw lock_failure("held", path + " is held by " + holder);
         }
         std::this_thread::sleep_for(between_tries);
     }

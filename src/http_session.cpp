@@ -12,7 +12,6 @@
 namespace reporter {
 namespace {
 
-constexpr const char* server_setting = "rtc/db/comss/vtxurl/scare_direct";
 constexpr unsigned int min_timeout_seconds = 30;
 constexpr unsigned int max_timeout_seconds = 1800;
 

@@ -19,6 +19,23 @@ bool json_read(const std::string& text, Json::Value& value, json_comments commen
     }
 }
 
+std::optional<json_fault> json_find_fault(const std::string& text) {
+    Json::Reader reader;
+    Json::Value value;
+    try {
+        if (reader.parse(text.data(), text.data() + text.size(), value, true)) {
+            return std::nullopt;
+        }
+    } catch (const Json::Exception& error) {
+        return json_fault{0, error.what()};
+    }
+    const auto errors = reader.getStructuredErrors();
+    if (errors.empty()) {
+        return json_fault{0, "no JSON"};
+    }
+    return json_fault{static_cast<std::size_t>(errors[0].offset_start), errors[0].message};
+}
+
 std::string json_compact(const Json::Value& value) {
     return Json::FastWriter().write(value);
 }

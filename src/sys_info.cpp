@@ -26,7 +26,6 @@ constexpr const char* product_type_key = "com.morvana/featureconf/product.produc
 constexpr const char* support_key = "com.morvana/featureconf/security.tev.tev_support";
 
 constexpr const char* device_id_setting = "db/comss/duid";
-constexpr const char* agreement_setting = "db/menu/homedeck/homedatacontrol/defaultdisclaimeragree";
 
 constexpr const char* dtv_types[] = {"ATSC", "DVB", "ISDB"};
 constexpr const char* product_types[] = {"TV",  "MONITOR",       "BD",       "PROJECTOR", "LFD",

@@ -6,6 +6,10 @@
 
 namespace reporter {
 
+/// Platform setting that is 1 when the user has accepted the data-collection disclaimer.
+inline constexpr const char* agreement_setting =
+    "db/menu/homedeck/homedatacontrol/defaultdisclaimeragree";
+
 // The readers of text that the facts of sys_info.h are made of. A value that cannot be read, or is
 // no text, is the empty string. Any thread.
 

@@ -16,10 +16,6 @@
 namespace tev::transport {
 namespace {
 
-const char* const cipherList =
-    "AES128-GCM-SHA256, AES128-SHA256, DHE-RSA-AES128-GCM-SHA256, ECDHE-ECDSA-AES128-GCM-SHA256, "
-    "ECDHE-RSA-AES128-GCM-SHA256, ECDHE-RSA-AES256-GCM-SHA384";
-
 std::atomic<bool> interruptSignal{false};
 
 bool isHttps(const std::string& url) {

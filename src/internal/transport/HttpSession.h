@@ -9,6 +9,11 @@
 
 namespace tev::transport {
 
+/// Ciphers that a session offers, as OpenSSL and libcurl take them.
+inline constexpr const char* cipherList =
+    "AES128-GCM-SHA256, AES128-SHA256, DHE-RSA-AES128-GCM-SHA256, ECDHE-ECDSA-AES128-GCM-SHA256, "
+    "ECDHE-RSA-AES128-GCM-SHA256, ECDHE-RSA-AES256-GCM-SHA384";
+
 /// One libcurl easy handle bound to one URL, for synchronous JSON requests. "https://" means TLS
 /// 1.2 with both ends authenticated. After one failed transfer it refuses every request. One thread
 /// at a time; only setInterruptSignal() may come from another.

@@ -16,10 +16,10 @@
 namespace tev::common {
 namespace {
 
-const std::string KEY_ALIAS = "reporter-key";
-const std::string CRT_ALIAS = "reporter-crt";
-const std::string CA_ALIAS = "/opt/data/cert/vdca.pem";
-const std::string KEY_PACKAGE = "/usr/share/sdp/tev-reporter-plugin-key/00000051.bin";
+const std::string KEY_ALIAS = CredentialPlaces::key;
+const std::string CRT_ALIAS = CredentialPlaces::certificate;
+const std::string CA_ALIAS = CredentialPlaces::authorities;
+const std::string KEY_PACKAGE = CredentialPlaces::package;
 
 std::string gpClientCert;
 std::shared_ptr<X509> deviceCert;
@@ -129,12 +129,20 @@ bool installKeyPackage() {
     return answer == 0;
 }
 
-std::string ReadFromSecureStorage(const std::string& name) {
+bool initCredential(ss_credential_s& credential) {
     constexpr unsigned int identity[5] = {0x11111111, 0x22222222, 0x33333333, 0x44444444,
                                           0x05555555};
-    ss_credential_s credential{};
+    credential = {};
     if (ss_init_credential(&credential, identity, 1, 0) != 0) {
         REPORTER_ERROR("ss_init_credential FAIL");
+        return false;
+    }
+    return true;
+}
+
+std::string ReadFromSecureStorage(const std::string& name) {
+    ss_credential_s credential;
+    if (!initCredential(credential)) {
         return {};
     }
     StoredItem item;
@@ -151,6 +159,15 @@ std::string ReadFromSecureStorage(const std::string& name) {
 }
 
 }  // namespace
+
+std::optional<std::string> ReadInstalledItem(const std::string& name) {
+    ss_credential_s credential;
+    StoredItem item;
+    if (!initCredential(credential) || !item.read(name, credential)) {
+        return std::nullopt;
+    }
+    return item.empty() ? std::string() : item.text();
+}
 
 void InitCertificates() {
     const MemoryBio bioCA = makeBio();

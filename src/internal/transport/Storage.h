@@ -1,11 +1,26 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
 namespace tev::common {
+
+/// Where the credentials come from.
+struct CredentialPlaces {
+    static constexpr const char* key = "reporter-key";          ///< item of secure storage
+    static constexpr const char* certificate = "reporter-crt";  ///< item of secure storage
+    /// A file where it begins with "/", otherwise an item.
+    static constexpr const char* authorities = "/opt/data/cert/vdca.pem";
+    /// Items that are missing are installed from it.
+    static constexpr const char* package = "/usr/share/sdp/tev-reporter-plugin-key/00000051.bin";
+};
+
+/// The item's bytes as they are in secure storage; nothing when it is not there. Installs nothing.
+std::optional<std::string> ReadInstalledItem(const std::string& name);
 
 /// The device's TLS credentials: key and certificate from secure storage, CA bundle from a file.
 /// Nothing to do with stored reports. Read on first use, cached until the process exits. Failures
