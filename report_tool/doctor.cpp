@@ -60,9 +60,10 @@ void print_points(const examination& whole) {
         }
     }
     std::cout << '\n'
-              << verdict_of(status_of(whole)) << ": " << count(whole, state::fault) << " faults, "
-              << count(whole, state::closed) << " closed, " << count(whole, state::warning)
-              << " warnings, " << count(whole, state::skipped) << " skipped.\n";
+              << verdict_of(status_of(whole)) << ". Faults: " << count(whole, state::fault)
+              << ", closed: " << count(whole, state::closed)
+              << ", warnings: " << count(whole, state::warning)
+              << ", skipped: " << count(whole, state::skipped) << ".\n";
 }
 
 void print_points_as_json(const examination& whole) {

@@ -101,21 +101,22 @@ address examine_address(group& points, const reporter::config_helper& sender) {
     const std::string port = sender.get<std::string>("server_port");
     server.url = reporter::modules::create_http_session(sender, path)->url;
     const url_handle parsed = parse(server.url);
-    // An address with a path of its own, if only a slash, swallows the port.
+    const std::string own = server.url.substr(0, server.url.rfind(":" + port + "/"));
+    const auto scheme = own.find("://");
+    const auto host = scheme == std::string::npos ? 0 : scheme + 3;
+    if (own.find('/', host) != std::string::npos) {
+        points.fault(
+            "url", "slash",
+            printable(server.url) + ": the port is behind a slash, and so part of the path",
+            "remove the slash at the end of server_url, and any path");
+        return server;
+    }
     if (parsed == nullptr || part_of(parsed, CURLUPART_PORT) != port) {
-        const std::string own = server.url.substr(0, server.url.rfind(":" + port + "/"));
-        const auto host = own.find("://") == std::string::npos ? 0 : own.find("://") + 3;
-        const bool slash = own.find('/', host) != std::string::npos;
-        const bool colon =
-            own.find(':', host) != std::string::npos && own.find('[') == std::string::npos;
-        points.fault("url",
-                     slash   ? "slash"
-                     : colon ? "port"
-                             : "unusable",
+        const bool colon = own.find(':', host) != std::string::npos && own[host] != '[';
+        points.fault("url", colon ? "port" : "unusable",
                      printable(server.url) + " is no address with port " + port,
-                     slash   ? "remove the slash at the end of server_url, and any path"
-                     : colon ? "leave the port to server_port"
-                             : "write https:// and the host's name, and a number for the port");
+                     colon ? "leave the port to server_port"
+                           : "write https:// and the host's name, and a number for the port");
         return server;
     }
     server.usable = true;

@@ -1,4 +1,8 @@
 #include <dirent.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include <algorithm>
 #include <exception>
@@ -52,6 +56,12 @@ bool ends_in_lua(const std::string& path) {
 // The script that the agent takes, by its own search; nothing without one.
 std::optional<reporter::script> choose(group& points) {
     const std::string dir = reporter::REPORTER_DATA_DIR + "lua";
+    if (access(dir.c_str(), R_OK | X_OK) != 0) {
+        // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
+        points.fault("file", errno == ENOENT ? "missing" : "access",
+                     dir + ": " + std::strerror(errno), "install the agent, readable for its user");
+        return std::nullopt;
+    }
     try {
         auto found = reporter::find_lua_scripts(dir, {reporter::storage_script});
         if (found.empty()) {
@@ -115,13 +125,15 @@ std::string with_place(const std::string& error, const std::string& path) {
 
 bool compiles(group& points, const reporter::script& script) {
     reporter::lua::lua_state state;
-    const std::string name = "@" + script.path;
+    // Lua cuts longer names short.
+    const std::string name = "=script";
     if (luaL_loadbuffer(state.get_lua(), script.content.data(), script.content.size(),
                         name.c_str()) == 0) {
         points.ok("syntax", "compiles");
         return true;
     }
-    points.fault("syntax", "syntax", printable(lua_tostring(state.get_lua(), -1)),
+    const std::string error = lua_tostring(state.get_lua(), -1);
+    points.fault("syntax", "syntax", printable(script.path + error.substr(name.size() - 1)),
                  "install the storage script again");
     return false;
 }
@@ -191,12 +203,11 @@ void examine_script(examination& whole) {
         return;
     }
     try {
-        whole.config->get<unsigned int>("db_max_size");
-        whole.config->get<std::string>("processor.dispatching_time");
+        // A copy, as a lookup that fails leaves its helper in disorder.
+        const reporter::config_helper config = *whole.config;
+        config.get<unsigned int>("db_max_size");
+        config.get<std::string>("processor.dispatching_time");
     } catch (const std::exception& error) {
-        // The helper's cursor stays where that lookup failed.
-        whole.config.emplace(whole.config->root(),
-                             std::unordered_map<std::string, reporter::script>());
         points.skipped("loads",
                        std::string("no script runs with this configuration: ") + error.what());
         return;

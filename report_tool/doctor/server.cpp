@@ -109,7 +109,10 @@ verdict verdict_on(const handshake& seen) {
         case SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE:
         case SSL_R_WRONG_CIPHER_RETURNED:
         case SSL_R_UNKNOWN_CIPHER_RETURNED:
-            return {"ciphers", "no cipher in common: have the server offer one of the agent's"};
+            return {
+                "ciphers",
+                "no cipher in common, or only protocols older than TLS 1.2: have the server offer "
+                "TLS 1.2 with one of the agent's ciphers"};
         case SSL_R_WRONG_VERSION_NUMBER:
             return {"no-tls", "what listens there speaks no TLS: compare the port"};
         default:

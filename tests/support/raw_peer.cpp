@@ -32,7 +32,7 @@ SSL_CTX* make_context(const peer_identity& identity) {
         SSL_CTX_use_certificate_chain_file(context, (pki + identity.certificate).c_str()) != 1 ||
         SSL_CTX_use_PrivateKey_file(context, (pki + "server.key").c_str(), SSL_FILETYPE_PEM) != 1 ||
         SSL_CTX_set_cipher_list(context, ciphers.c_str()) != 1 ||
-        SSL_CTX_set_min_proto_version(context, TLS1_VERSION) != 1 ||
+        SSL_CTX_set_min_proto_version(context, identity.min_version) != 1 ||
         SSL_CTX_set_max_proto_version(context, identity.max_version) != 1) {
         throw std::runtime_error("cannot be " + identity.certificate);
     }

@@ -31,6 +31,7 @@ struct peer_identity {
     std::string certificate = "server.pem";
     int max_version = 0;  ///< as TLS1_1_VERSION; 0: the newest
     std::string ciphers = "ALL";
+    int min_version = TLS1_VERSION;
 };
 
 /// One connection. It ends when the behaviour that handles it returns. Failures do not show here.

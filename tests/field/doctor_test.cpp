@@ -1,0 +1,477 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <optional>
+
+#include "file_lock.h"
+#include "json_io.h"
+#include "storage/reports_storage.h"
+#include "support/agent_run.h"
+#include "support/raw_peer.h"
+
+namespace {
+
+using namespace test_support;
+
+namespace fs = std::filesystem;
+
+const std::string CA = "/opt/data/cert/vdca.pem";
+const std::string PACKAGE = "/usr/share/sdp/tev-reporter-plugin-key/00000051.bin";
+const strings OFFLINE = {"--offline"}, ONLINE = {"--timeout", "20"};
+
+std::string pki(const std::string& name) {
+    return read_text(pki_dir() + "/" + name);
+}
+
+// One way to spoil a device: what doctor then says, as "group.name state cause", and its status.
+struct fault {
+    std::string said;
+    int status;
+    std::function<void()> spoil;
+    strings environment{};
+};
+
+class doctor : public pass_test {
+protected:
+    void SetUp() override {
+        pass_test::SetUp();
+        fs::remove_all(fs::path(PACKAGE).parent_path());
+        save(1);
+        agent();
+    }
+
+    template <class Value>
+    void set(const char* name, Value value) {
+        sender()[name] = value;
+        agent();
+    }
+    static fs::path item(const char* name) { return platform_dir() / "secure_storage" / name; }
+    static fs::path script() { return data_dir() / "lua" / "processor_extension_V1.lua"; }
+    static void in_script(const std::string& from, const std::string& to) {
+        std::string text = read_text(script());
+        text.replace(text.find(from), from.size(), to);
+        write_text(script(), text);
+    }
+    /// Another program with the store open in a transaction.
+    void hold_store(const char* change) {
+        _shell.emplace(strings{"sqlite3", data_dir() / "db_reports", "PRAGMA cache_size = 1",
+                               "BEGIN EXCLUSIVE", change, ".shell echo held", ".read /dev/ptmx"});
+        _shell->wait_for("held");
+    }
+    void hold(const char* name) { _lock.emplace("open_only", name).lock(); }
+
+    /// Every file of the device with its size, mode and time of change.
+    static std::string device() {
+        std::string state;
+        for (const fs::path& root : {fs::path("/opt/data"), lock_dir(), platform_dir()}) {
+            for (const auto& entry : fs::recursive_directory_iterator(root)) {
+                struct stat file {};
+                lstat(entry.path().c_str(), &file);
+                state += entry.path().string() + " " + std::to_string(file.st_size) + " " +
+                         std::to_string(file.st_mode) + " " + std::to_string(file.st_mtim.tv_sec) +
+                         "." + std::to_string(file.st_mtim.tv_nsec) + "\n";
+            }
+        }
+        return state;
+    }
+
+    /// Output and status of the command, which changes nothing and tells no secret.
+    static std::pair<std::string, int> run(const strings& environment, const strings& arguments) {
+        const std::string before = device();
+        child_process tool(joined(joined({"env", "LD_PRELOAD=" TEV_PRELOAD, "TZ=UTC"}, environment),
+                                  built_program(TEV_REPORT, joined({"doctor"}, arguments))));
+        const int status = tool.wait();
+        const std::string output = tool.output();
+        EXPECT_EQ(device(), before);
+        EXPECT_EQ(output.find(pki("client.pem").substr(28, 64)), std::string::npos);
+        for (const char* key : {"client.key", "server.key", "client-other-ca.key"}) {
+            EXPECT_EQ(output.find(lines_of(pki(key)).at(2)), std::string::npos);
+        }
+        return {output, status};
+    }
+
+    void expect(const fault& fault, const strings& arguments) {
+        SCOPED_TRACE(fault.said);
+        const auto [output, status] = run(fault.environment, joined({"--json"}, arguments));
+        Json::Value document;
+        ASSERT_TRUE(reporter::json_read(output, document, reporter::json_comments::skip)) << output;
+        std::string said;
+        for (const Json::Value& point : document["points"]) {
+            said += "\n" + point["group"].asString() + "." + point["name"].asString() + " " +
+                    point["state"].asString() + " " + point["cause"].asString() + " | " +
+                    point["found"].asString() + " | " + point["advice"].asString();
+        }
+        EXPECT_NE(said.find("\n" + fault.said), std::string::npos) << said;
+        EXPECT_EQ(status, fault.status) << said;
+        EXPECT_EQ(document["status"].asInt(), status);
+    }
+
+    void expect_each(const std::vector<fault>& faults, const strings& arguments = OFFLINE) {
+        for (const fault& fault : faults) {
+            _shell.reset();
+            if (_lock) {
+                _lock->unlock();
+                _lock.reset();
+            }
+            reset_device();
+            SetUp();
+            fault.spoil();
+            expect(fault, arguments);
+        }
+    }
+
+    std::optional<file_lock> _lock;
+    std::optional<child_process> _shell;
+};
+
+TEST_F(doctor, reads_configuration_and_gates) {
+    const auto config_file = data_dir() / "config" / "config.def";
+    const auto break_json = [&] {
+        std::string text = read_text(config_file);
+        text.erase(text.find(','), 1);
+        write_text(config_file, text);
+    };
+    expect_each({
+        {"gates.consent ok", 0, [] {}},
+        {"gates.consent closed missing", 3,
+         [] { set_vconf("db/menu/homedeck/homedatacontrol/defaultdisclaimeragree", 0); }},
+        {"gates.sending closed off", 3, [&] { set("reporter_sending", false); }},
+        {"gates.enrolment closed not-enrolled", 3, [&] { set("reporter_registration", true); }},
+        {"configuration.file fault missing", 1, [&] { fs::remove(config_file); }},
+        {"configuration.config.def fault json | line 3, column ", 1, break_json},
+        {"configuration.config.def warning json", 0,
+         [&] {
+             fs::copy(config_file, data_dir() / "config" / "config.rel");
+             break_json();
+         }},
+        {"configuration.sender.raports_path warning unknown | neither agent nor script reads it | "
+         "perhaps sender.reports_path",
+         0, [&] { set("raports_path", "x"); }},
+        {"configuration.sender.server_port fault type", 1, [&] { set("server_port", 443); }},
+        {"configuration.sender.reports_path warning type", 0, [&] { set("reports_path", 1); }},
+        {"configuration.sender.sending_timeout fault type", 1,
+         [&] { set("sending_timeout", "60"); }},
+        {"configuration.processor.max_age_days warning type", 0,
+         [&] {
+             config["processor"]["max_age_days"] = "90";
+             agent();
+         }},
+        {"configuration.sender.sending_timeout warning clamped | 5 is taken as 30", 0,
+         [&] { set("sending_timeout", 5); }},
+        {"configuration.sender fault missing", 1,
+         [&] {
+             config.removeMember("sender");
+             agent();
+         }},
+        {"configuration.processor.dispatching_time fault missing", 1,
+         [&] {
+             config["processor"].removeMember("dispatching_time");
+             agent();
+         }},
+        {"server.url fault unencrypted", 1, [&] { set("server_url", "http://127.0.0.1"); }},
+        {"server.url fault port", 1, [&] { set("server_url", "https://127.0.0.1:8443"); }},
+        {"server.url fault slash", 1, [&] { set("server_url", "https://127.0.0.1/"); }},
+        {"server.url fault capitals", 1, [&] { set("server_url", "HTTPS://127.0.0.1"); }},
+    });
+}
+
+TEST_F(doctor, looks_at_files_script_and_store) {
+    const auto sql = [](const char* statement) { return [statement] { query(statement); }; };
+    const auto store = data_dir() / "db_reports";
+    expect_each(
+        {
+            {"files.store_lock fault missing", 1,
+             [] { fs::remove(lock_dir() / "tev_reporter_db_file_lock"); }},
+            {"files.stats_lock fault missing", 1,
+             [] { fs::remove(lock_dir() / "tev_reporter_stats_file_lock"); }},
+            {"files.store_lock fault held | /run/user/5001/tev_reporter_db_file_lock is held by "
+             "process " +
+                 std::to_string(getpid()) + " (",
+             1, [&] { hold("tev_reporter_db_file_lock"); }},
+            {"files.stats warning damaged", 0, [&] { write_text(data_dir() / "stats", "{"); }},
+            {"script.file fault missing", 1, [] { fs::remove(script()); }},
+            {"script.file warning several", 0,
+             [] { fs::copy(script(), data_dir() / "lua" / "processor_extension_V2.lua"); }},
+            {"script.file warning left-over", 0,
+             [] {
+                 fs::rename(script(), data_dir() / "lua" / "processor_extension_V1.lua.rpmsave");
+             }},
+            {"script.syntax fault syntax | " + script().string() + ":1: ", 1,
+             [] { write_text(script(), "function (" + read_text(script())); }},
+            {"script.loads fault failing | " + script().string() + ":1: attempt to", 1,
+             [] { write_text(script(), "nothing.at_all()"); }},
+            {"script.functions fault missing | remove_report_by_id", 1,
+             [] { in_script("function remove_report_by_id", "function remove"); }},
+            {"script.modules fault missing | module json", 1,
+             [] { fs::remove(data_dir() / "lib" / "lua" / "json.lua"); }},
+            {"store.file skipped", 0, [] { in_script("function inspect", "function look"); }},
+            {"store.file fault foreign", 1, sql("PRAGMA application_id = 1")},
+            {"store.file fault newer", 1, sql("PRAGMA user_version = 99")},
+            {"store.file fault damaged", 1, [&] { write_text(store, std::string(8192, '#')); }},
+            {"store.check fault damaged", 1,
+             [&] {
+                 std::string text = read_text(store);
+                 text.replace(4096 * 6, 2048, std::string(2048, '\xff'));
+                 write_text(store, text);
+             }},
+            {"store.file fault locked | the database is locked by process ", 1,
+             [&] { hold_store(""); }},
+            {"store.file warning unfinished", 0,
+             [&] {
+                 hold_store("INSERT INTO contents VALUES(2, 0, '', hex(randomblob(90000)))");
+                 _shell.reset();
+             }},
+            {"store.accounts warning differ", 0, sql("UPDATE accounts SET saved = saved + 1")},
+            {"store.set_aside warning set-aside", 0, sql("UPDATE accounts SET set_aside = 1")},
+            {"store.refused warning too-large", 0,
+             [&] {
+                 config["db_max_size"] = 262144;
+                 std::string noise;
+                 for (unsigned int value = 1; noise.size() < 400000; value = value * 1664525 + 1) {
+                     noise.push_back(static_cast<char>(value >> 24));
+                 }
+                 const auto id =
+                     reporter::reports_storage::make({{config, {}}, read_text(script())}, true)
+                         ->save_report({7, 1, {noise.begin(), noise.end()}, 0});
+                 EXPECT_EQ(id, 0);
+                 agent();
+             }},
+        },
+        {"--offline", "--deep"});
+}
+
+TEST_F(doctor, looks_at_credentials_and_clock) {
+    const auto package = [](const std::string& content) {
+        write_text(PACKAGE, content);
+        fs::remove(item("reporter-key"));
+    };
+    expect_each({
+        {"credentials.key ok", 0, [] {}},
+        {"credentials.key fault passphrase", 1,
+         [] { write_text(item("reporter-key"), pki("client-other-ca.key")); }},
+        {"credentials.key fault broken", 1,
+         [] { write_text(item("reporter-key"), pki("client.key").substr(0, 200)); }},
+        {"credentials.key fault other", 1,
+         [] { write_text(item("reporter-key"), pki("server.key")); }},
+        {"credentials.key fault missing", 1, [] { fs::remove(item("reporter-key")); }},
+        {"credentials.key warning not-installed", 0, [&] { package(pki("00000051.bin")); }},
+        {"credentials.key fault broken-package", 1,
+         [&] { package(pki("00000051.bin").substr(0, 1500)); }},
+        {"credentials.certificate fault missing", 1, [] { fs::remove(item("reporter-crt")); }},
+        {"credentials.certificate fault broken", 1,
+         [] { write_text(item("reporter-crt"), std::string(2000, '#')); }},
+        {"credentials.certificate fault expired", 1,
+         [] {
+             write_text(item("reporter-crt"), pki("client-expired.pem"));
+             write_text(item("reporter-key"), pki("client-expired.key"));
+         }},
+        {"credentials.bundle fault missing", 1, [] { fs::remove(CA); }},
+        {"credentials.bundle fault empty", 1, [] { write_text(CA, ""); }},
+        {"credentials.bundle fault broken", 1, [] { write_text(CA, std::string(2000, '#')); }},
+        {"credentials.bundle fault no-certificate", 1, [] { write_text(CA, pki("crl-only.pem")); }},
+        {"credentials.authority warning expired", 0,
+         [] { write_text(CA, pki("ca.pem") + pki("expired-ca.pem")); }},
+        {"time.clock fault never-set", 1, [] {}, {"TEV_CLOCK=86400"}},
+        {"time.clock fault ahead", 1, [] {}, {"TEV_CLOCK=3786912000"}},
+    });
+}
+
+TEST_F(doctor, tells_what_the_server_does) {
+    std::optional<raw_peer> peer;
+    std::optional<listener> bare;
+    const auto served = [&](const peer_identity& identity) {
+        return [&, identity] {
+            peer.reset();
+            peer.emplace(std::vector<behaviour>{[](peer_connection& client) { client.read(); }},
+                         identity);
+            set("server_port", std::to_string(peer->port()));
+        };
+    };
+    const auto listening = [&](int backlog) {
+        return [&, backlog] {
+            bare.emplace(backlog);
+            set("server_port", std::to_string(bare->port()));
+        };
+    };
+    const auto client = [&](const std::string& name) {
+        return [&, name] {
+            write_text(item("reporter-crt"), pki(name + ".pem"));
+            write_text(item("reporter-key"), pki(name + ".key"));
+            use_collector();
+            agent();
+        };
+    };
+    const auto trusting = [&](const char* authorities, const char* server) {
+        return [&, authorities, server] {
+            write_text(CA, pki(authorities));
+            served({server})();
+        };
+    };
+    const peer_identity newer{"server.pem", 0, "ALL", TLS1_3_VERSION};
+    expect_each(
+        {
+            {"server.client_certificate ok", 0, served({})},
+            {"server.certificate fault expired", 1, served({"server-expired.pem"})},
+            {"server.certificate fault not-yet-valid", 1, served({"server-not-yet-valid.pem"})},
+            {"server.certificate fault untrusted", 1, served({"server-other-ca.pem"})},
+            {"server.certificate fault untrusted", 1, served({"server-self-signed.pem"})},
+            {"server.certificate fault host", 1, served({"server-other-host.pem"})},
+            {"server.certificate fault expired | certificate has expired, about CN=Former "
+             "authority",
+             1, trusting("expired-ca.pem", "server-of-expired-ca.pem")},
+            {"server.tls fault protocol", 1, served(newer)},
+            {"server.tls fault ciphers", 1, served({"server.pem", TLS1_1_VERSION})},
+            {"server.tls fault ciphers", 1, served({"server.pem", TLS1_2_VERSION, "aNULL"})},
+            {"server.tls fault no-tls", 1,
+             [&] {
+                 served({""})();
+                 const behaviour speak = [](peer_connection& c) {
+                     c.write("220 mail.example\r\n");
+                 };
+                 peer.reset();
+                 peer.emplace(std::vector<behaviour>{speak}, peer_identity{""});
+                 set("server_port", std::to_string(peer->port()));
+             }},
+            {"server.client_certificate fault refused", 1, client("client-other-ca")},
+            {"server.client_certificate fault refused", 1, client("client-expired")},
+            {"server.tls skipped", 3,
+             [&] {
+                 served({})();
+                 set_vconf("db/menu/homedeck/homedatacontrol/defaultdisclaimeragree", 0);
+             }},
+            {"server.tcp fault refused", 1, listening(-1)},
+            {"server.name fault unknown", 1, [&] { set("server_url", "https://nobody.invalid"); }},
+            {"server.proxy_tcp fault refused",
+             1,
+             listening(-1),
+             {"https_proxy=http://127.0.0.1:1", "no_proxy=example.com"}},
+        },
+        ONLINE);
+    expect_each({{"server.tls fault silent", 1, listening(16)},
+                 {"server.tcp fault silent", 1, listening(0)},
+                 {"server.name fault silent",
+                  1,
+                  [&] { set("server_url", "https://nobody.invalid"); },
+                  {"LD_PRELOAD=" + skip_pauses()}}},
+                {"--timeout", "1"});
+}
+
+TEST_F(doctor, asks_both_paths) {
+    std::optional<raw_peer> peer;
+    const auto answered = [&](const std::string& status) {
+        return [&, status] {
+            const behaviour probed = [](peer_connection& client) { client.read(); };
+            peer.reset();
+            peer.emplace(std::vector<behaviour>{probed, answering(answer("{\"body\":[]}")),
+                                                answering(answer("{\"body\":[]}", status))});
+            set("server_port", std::to_string(peer->port()));
+        };
+    };
+    expect_each(
+        {
+            {"server.reports_path ok", 0, answered("200 OK")},
+            {"server.reports_path fault not-found", 1, answered("404 Not Found")},
+            {"server.reports_path fault unavailable", 1, answered("503 Service Unavailable")},
+        },
+        {"--ask"});
+    EXPECT_NE(peer->stop().find("\"body\":[]"), std::string::npos);
+}
+
+TEST_F(doctor, sees_a_full_disk) {
+    NEEDS_MOUNTS()
+    const strings full = {"bwrap",
+                          "--dev-bind",
+                          "/",
+                          "/",
+                          "--size",
+                          "4194304",
+                          "--tmpfs",
+                          "/opt/data",
+                          "sh",
+                          "-c",
+                          "cp -r \"$0\"/. /opt/data; cat /dev/zero 2>&- >/opt/data/filler; \"$@\"",
+                          scratch_root() / "opt" / "data"};
+    expect_each({{"files.disk fault full", 1, [] {}, full}});
+}
+
+// What root could read and write, and the agent's user cannot.
+TEST_F(doctor, works_as_the_owner_of_the_data_directory) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give files away";
+    }
+    const auto spoiled = [](const fs::path& path, fs::perms mode, const char* text = nullptr) {
+        return [=] {
+            if (text != nullptr) {
+                write_text(path, text);
+            }
+            fs::permissions(path, mode);
+            fs::copy(platform_dir(), "/opt/data/platform", fs::copy_options::recursive);
+            for (const fs::path& own :
+                 {data_dir(), data_dir() / "db_reports", data_dir() / "db_reports-journal",
+                  lock_dir() / "tev_reporter_stats_file_lock"}) {
+                EXPECT_EQ(chown(own.c_str(), 5001, 100), 0);
+            }
+        };
+    };
+    const fs::perms owners = fs::perms::owner_read | fs::perms::owner_write;
+    const auto db_lock = lock_dir() / "tev_reporter_db_file_lock", stats = data_dir() / "stats";
+    const auto config_file = data_dir() / "config" / "config.def";
+    const strings platform = {"TEV_PLATFORM_DIR=/opt/data/platform"};
+    expect_each({
+        {"files.store_lock ok", 0, spoiled(db_lock, fs::perms(0666)), platform},
+        {"files.store_lock fault access", 1, spoiled(db_lock, owners), platform},
+        {"files.data_dir fault access", 1, spoiled(data_dir(), fs::perms(0555)), platform},
+        {"files.stats fault access", 1, spoiled(stats, owners, "{}"), platform},
+        {"configuration.config.def fault access", 1, spoiled(config_file, owners), platform},
+        {"script.file fault access", 1, spoiled(script().string() + ".bak", owners, ""), platform},
+    });
+    EXPECT_EQ(
+        run({"setpriv", "--reuid=5002", "--clear-groups"}, OFFLINE),
+        std::pair(std::string("tev-report: /opt/data/dpm/dplugins/tev-reporter-plugin/ belongs "
+                              "to 5001: run this as that user or as root\n"),
+                  2));
+}
+
+TEST_F(doctor, speaks_to_a_person) {
+    fs::remove_all("/opt/data/dpm");
+    fs::remove_all("/opt/data/cert");
+    fs::remove_all(platform_dir() / "secure_storage");
+    fs::remove(lock_dir() / "tev_reporter_db_file_lock");
+    fs::remove(lock_dir() / "tev_reporter_stats_file_lock");
+    EXPECT_EQ(run({"TEV_CLOCK=1795600000"}, OFFLINE), std::pair(std::string(R"(configuration
+  fault    file: none of config.def, config.rel and config.stg in /opt/data/dpm/dplugins/tev-reporter-plugin/config can be used
+           -> install the configuration
+gates
+  skipped  sending: no configuration
+  ok       consent: db/menu/homedeck/homedatacontrol/defaultdisclaimeragree is 1
+files
+  fault    data_dir: /opt/data/dpm/dplugins/tev-reporter-plugin/ is not there
+           -> install the agent
+  fault    store_lock: /run/user/5001/tev_reporter_db_file_lock: No such file or directory
+           -> the platform makes it at boot: see why it did not
+  fault    stats_lock: /run/user/5001/tev_reporter_stats_file_lock: No such file or directory
+           -> the platform makes it at boot: see why it did not
+script
+  fault    file: /opt/data/dpm/dplugins/tev-reporter-plugin/lua: No such file or directory
+           -> install the agent, readable for its user
+store
+  skipped  file: the store's lock could not be had
+credentials
+  fault    bundle: /opt/data/cert/vdca.pem: No such file or directory
+           -> install the platform's bundle of authorities
+  fault    certificate: reporter-crt is not in secure storage, and /usr/share/sdp/tev-reporter-plugin-key/00000051.bin, from which it is installed: No such file or directory
+           -> bring the device's key package
+  fault    key: reporter-key is not in secure storage, and /usr/share/sdp/tev-reporter-plugin-key/00000051.bin, from which it is installed: No such file or directory
+           -> bring the device's key package
+time
+  ok       clock: the clock shows 2026-11-25 09:46:40
+server
+  skipped  url: no configuration
+
+A fault stops a pass that is started now, or harms it. Faults: 8, closed: 0, warnings: 0, skipped: 3.
+)"),
+                                                                1));
+}
+
+}  // namespace
