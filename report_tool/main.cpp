@@ -14,22 +14,7 @@ namespace {
 
 using namespace report_tool;
 
-int run_command(const command& chosen, const common_options& options) {
-    reporter::set_logging(options.log);
-    try {
-        return chosen.run(options);
-    } catch (const refusal& error) {
-        std::cerr << "tev-report: " << error.what() << '\n';
-        return refused;
-    } catch (const std::exception& error) {
-        std::cerr << "tev-report: " << error.what() << '\n';
-        return failed;
-    }
-}
-
-}  // namespace
-
-int main(int argc, char* argv[]) {
+int run(int argc, char* argv[]) {
     CLI::App app("Shows what is in the report store of this device, and what keeps reports in it.",
                  "tev-report");
     app.require_subcommand(1);
@@ -52,8 +37,23 @@ int main(int argc, char* argv[]) {
     }
     for (const auto& [parsed, one] : known) {
         if (parsed->parsed()) {
-            return run_command(*one, options);
+            reporter::set_logging(options.log);
+            return one->run(options);
         }
     }
     return refused;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    try {
+        return run(argc, argv);
+    } catch (const refusal& error) {
+        std::cerr << "tev-report: " << error.what() << '\n';
+        return refused;
+    } catch (const std::exception& error) {
+        std::cerr << "tev-report: " << error.what() << '\n';
+        return failed;
+    }
 }

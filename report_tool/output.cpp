@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <system_error>
 
 #include <json/json.h>
 
@@ -82,6 +83,19 @@ void print_json(const Json::Value& value) {
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "  ";
     std::cout << Json::writeString(writer, value) << '\n';
+}
+
+std::string error_text(int error) {
+    return std::generic_category().message(error);
+}
+
+std::string join(const std::vector<std::string>& texts, const std::string& between) {
+    std::string joined;
+    for (const std::string& text : texts) {
+        joined += joined.empty() ? "" : between;
+        joined += text;
+    }
+    return joined;
 }
 
 std::string printable(const std::string& text) {

@@ -36,6 +36,12 @@ std::string readable_time(long long seconds);
 /// The document on standard output, indented.
 void print_json(const Json::Value& value);
 
+/// The system's text for an error number.
+std::string error_text(int error);
+
+/// The texts one behind the other.
+std::string join(const std::vector<std::string>& texts, const std::string& between = ", ");
+
 /// What a terminal would take for a command, and newlines, replaced.
 std::string printable(const std::string& text);
 

@@ -11,6 +11,7 @@
 
 #include "command.h"
 #include "data_dir.h"
+#include "output.h"
 
 namespace report_tool {
 namespace {
@@ -49,8 +50,7 @@ bool become_owner() {
         throw refusal(path + " belongs to " + owner + ": run this as that user or as root");
     }
     if (!change_user(directory)) {
-        // NOLINTNEXTLINE(concurrency-mt-unsafe)
-        throw refusal("cannot become " + owner + ": " + std::strerror(errno));
+        throw refusal("cannot become " + owner + ": " + error_text(errno));
     }
     return true;
 }

@@ -13,6 +13,7 @@
 #include "data_dir.h"
 #include "json_io.h"
 #include "lua_sandbox.h"
+#include "output.h"
 
 namespace report_tool {
 namespace {
@@ -43,9 +44,7 @@ std::string first_bytes(const std::string& path, std::size_t size) {
 store_obstacle find_store_obstacle() {
     const std::string path = reporter::REPORTER_DATA_DIR + "db_reports";
     if (access(path.c_str(), R_OK) != 0) {
-        return {errno == ENOENT ? "absent" : "unreadable",
-                // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
-                path + ": " + std::strerror(errno)};
+        return {errno == ENOENT ? "absent" : "unreadable", path + ": " + error_text(errno)};
     }
     const std::string header = first_bytes(path, header_size);
     if (header.empty()) {

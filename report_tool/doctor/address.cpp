@@ -33,7 +33,7 @@ std::string part_of(const url_handle& url, CURLUPart part) {
         CURLUE_OK) {
         return "";
     }
-    const std::string copy = text;
+    std::string copy = text;
     curl_free(text);
     return copy;
 }

@@ -38,8 +38,7 @@ std::string place_of(const std::string& text, const reporter::json_fault& fault)
 file_look look_at(const std::string& path) {
     if (access(path.c_str(), R_OK) != 0) {
         const bool missing = errno == ENOENT;
-        // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
-        return {missing ? "missing" : "access", std::strerror(errno)};
+        return {missing ? "missing" : "access", error_text(errno)};
     }
     std::string text;
     try {
@@ -66,7 +65,8 @@ Json::Value choose_file(group& configuration) {
     std::vector<std::pair<std::string, file_look>> passed_over;
     Json::Value chosen;
     for (const char* suffix : {"def", "rel", "stg"}) {
-        const std::string name = std::string("config.") + suffix;
+        std::string name = "config.";
+        name += suffix;
         file_look look = look_at(reporter::build_config_path(reporter::config_dir, suffix));
         if (look.cause.empty()) {
             configuration.ok("file", name + " is used");
@@ -111,6 +111,7 @@ bool is_not_needed(const setting& one, const Json::Value& sender) {
 }
 
 void tell_unknown(group& configuration, const std::string& object, const Json::Value& members) {
+    const std::string prefix = object.empty() ? "" : object + ".";
     for (const std::string& name : members.getMemberNames()) {
         const auto& known = known_settings();
         const bool expected = std::any_of(known.begin(), known.end(), [&](const setting& one) {
@@ -121,8 +122,7 @@ void tell_unknown(group& configuration, const std::string& object, const Json::V
         }
         const std::string nearest = nearest_setting(object, name);
         configuration.warning(
-            object.empty() ? name : object + "." + name, "unknown",
-            "neither agent nor script reads it",
+            prefix + name, "unknown", "neither agent nor script reads it",
             nearest.empty() ? "remove it, unless the script is another" : "perhaps " + nearest);
     }
 }

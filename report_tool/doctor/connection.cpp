@@ -44,12 +44,11 @@ std::string resolved(const std::string& host) {
     return text;
 }
 
-network_error refusal_by(const std::string& address, int error) {
+network_error refusal_by(const std::string& address, const std::string& port, int error) {
     const std::string cause = error == ECONNREFUSED ? "refused"
                               : error == ETIMEDOUT  ? "silent"
                                                     : "unreachable";
-    // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
-    return {cause, address + ": " + std::strerror(error)};
+    return {cause, address + " port " + port + ": " + error_text(error)};
 }
 
 int begin_connection(const socket_handle& socket, const addrinfo& address) {
@@ -132,7 +131,7 @@ socket_handle connect_to(const std::vector<std::string>& addresses, const std::s
         if (error == 0) {
             return socket;
         }
-        last = refusal_by(address + " port " + port, error);
+        last = refusal_by(address, port, error);
     }
     throw last;
 }

@@ -17,12 +17,13 @@
 #include "doctor/certificate.h"
 #include "doctor/examination.h"
 #include "internal/transport/Storage.h"
+#include "output.h"
 
 namespace report_tool::doctor {
 namespace {
 
 using tev::common::CredentialPlaces;
-using tev::common::ReadInstalledItem;
+using tev::common::readInstalledItem;
 
 using bio_handle = std::unique_ptr<BIO, decltype(&BIO_free)>;
 
@@ -83,9 +84,8 @@ bool examine_bundle(examination& whole, group& points) {
     const std::string path = CredentialPlaces::authorities;
     const char* const advice = "install the platform's bundle of authorities";
     if (access(path.c_str(), R_OK) != 0) {
-        // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
         points.fault("bundle", errno == ENOENT ? "missing" : "access",
-                     path + ": " + std::strerror(errno), advice);
+                     path + ": " + error_text(errno), advice);
         return false;
     }
     const std::string text = reporter::read_file_default(path, "");
@@ -135,8 +135,7 @@ void examine_package(group& points, const std::string& item) {
     const std::string missing = item + " is not in secure storage, and ";
     if (access(path.c_str(), R_OK) != 0) {
         points.fault(name, "missing",
-                     // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
-                     missing + path + ", from which it is installed: " + std::strerror(errno),
+                     missing + path + ", from which it is installed: " + error_text(errno),
                      "bring the device's key package");
         return;
     }
@@ -215,8 +214,8 @@ bool examine_key(group& points, const std::string& text) {
 void examine_credentials(examination& whole) {
     group points(whole, "credentials");
     const bool trusting = examine_bundle(whole, points);
-    const auto certificate = ReadInstalledItem(CredentialPlaces::certificate);
-    const auto key = ReadInstalledItem(CredentialPlaces::key);
+    const auto certificate = readInstalledItem(CredentialPlaces::certificate);
+    const auto key = readInstalledItem(CredentialPlaces::key);
     if (certificate) {
         examine_certificate(whole, points, *certificate);
     } else {

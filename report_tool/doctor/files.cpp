@@ -28,10 +28,6 @@ std::string owner_and_mode(const struct stat& file) {
            (users != nullptr ? users->gr_name : std::to_string(file.st_gid)) + mode;
 }
 
-std::string error_text() {
-    return std::strerror(errno);
-}
-
 // NOLINTEND(concurrency-mt-unsafe)
 
 // As the agent's user, which this process is by now. True when the file is there and usable.
@@ -39,18 +35,22 @@ bool examine_access(doctor::group& files, const std::string& name, const std::st
                     int mode) {
     struct stat file {};
     if (stat(path.c_str(), &file) != 0) {
-        if (errno == ENOENT) {
+        const int error = errno;
+        if (error == ENOENT) {
             files.ok(name, "not there yet");
         } else {
-            files.fault(name, "access", path + ": " + error_text(), "give it to the agent's user");
+            files.fault(name, "access", path + ": " + error_text(error),
+                        "give it to the agent's user");
         }
         return false;
     }
     if (access(path.c_str(), mode) != 0) {
-        files.fault(name, errno == EROFS ? "read-only" : "access",
-                    path + ": " + error_text() + " (" + owner_and_mode(file) + ")",
-                    errno == EROFS ? "make the file system writable"
-                                   : "give it to the agent's user, readable and writable");
+        const int error = errno;
+        const bool read_only = error == EROFS;
+        files.fault(name, read_only ? "read-only" : "access",
+                    path + ": " + error_text(error) + " (" + owner_and_mode(file) + ")",
+                    read_only ? "make the file system writable"
+                              : "give it to the agent's user, readable and writable");
         return false;
     }
     files.ok(name, owner_and_mode(file) + ", " + readable_size(static_cast<double>(file.st_size)));
@@ -70,7 +70,7 @@ void examine_space(doctor::group& files) {
     constexpr double little = 1024.0 * 1024;
     struct statvfs disk {};
     if (statvfs(reporter::REPORTER_DATA_DIR.c_str(), &disk) != 0) {
-        files.fault("disk", "access", error_text(), "see to the file system");
+        files.fault("disk", "access", error_text(errno), "see to the file system");
         return;
     }
     const double room = static_cast<double>(disk.f_bavail) * static_cast<double>(disk.f_frsize);

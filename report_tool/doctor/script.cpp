@@ -1,4 +1,3 @@
-#include <dirent.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -6,6 +5,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <regex>
 
@@ -36,17 +36,16 @@ constexpr function functions[] = {
 
 // Other files whose name begins like the script's.
 std::string others_than(const std::string& chosen, const std::string& dir) {
-    std::string others;
-    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(dir.c_str()), closedir);
+    std::vector<std::string> others;
     const std::string prefix = reporter::storage_script;
-    // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
-    while (const dirent* entry = listing != nullptr ? readdir(listing.get()) : nullptr) {
-        const std::string name = entry->d_name;
-        if (name.compare(0, prefix.size(), prefix) == 0 && dir + "/" + name != chosen) {
-            others += (others.empty() ? "" : ", ") + printable(name);
+    for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+        const std::string name = entry.path().filename();
+        if (name.compare(0, prefix.size(), prefix) == 0 && entry.path() != chosen &&
+            entry.is_regular_file()) {
+            others.push_back(printable(name));
         }
     }
-    return others;
+    return join(others);
 }
 
 bool ends_in_lua(const std::string& path) {
@@ -57,9 +56,8 @@ bool ends_in_lua(const std::string& path) {
 std::optional<reporter::script> choose(group& points) {
     const std::string dir = reporter::REPORTER_DATA_DIR + "lua";
     if (access(dir.c_str(), R_OK | X_OK) != 0) {
-        // There is one thread only. NOLINTNEXTLINE(concurrency-mt-unsafe)
-        points.fault("file", errno == ENOENT ? "missing" : "access",
-                     dir + ": " + std::strerror(errno), "install the agent, readable for its user");
+        points.fault("file", errno == ENOENT ? "missing" : "access", dir + ": " + error_text(errno),
+                     "install the agent, readable for its user");
         return std::nullopt;
     }
     try {
@@ -171,15 +169,14 @@ bool loads(group& points, const reporter::config_helper& config, const reporter:
 bool has_functions(group& points, const reporter::config_helper& config,
                    const reporter::script& script) {
     const child_answer answer = in_child(longest_run_seconds, [&] {
-        std::string missing;
+        std::vector<std::string> missing;
         reporter::lua_sandbox sandbox(config, script.content);
         for (const function& one : functions) {
             if (!sandbox.get().is_function(one.name)) {
-                missing +=
-                    (missing.empty() ? "" : "; ") + std::string(one.name) + ": " + one.without;
+                missing.push_back(std::string(one.name) + ": " + one.without);
             }
         }
-        return missing;
+        return join(missing, "; ");
     });
     if (answer.text.empty()) {
         points.ok("functions", "all six are there");

@@ -31,11 +31,7 @@ socket_handle reach(group& points, const address& server, const deadline& end) {
     const char* step = direct ? "name" : "proxy_name";
     try {
         const auto addresses = resolve(host, end);
-        std::string list;
-        for (const std::string& one : addresses) {
-            list += (list.empty() ? "" : ", ") + one;
-        }
-        points.ok(step, host + ": " + list);
+        points.ok(step, host + ": " + join(addresses));
         step = direct ? "tcp" : "proxy_tcp";
         auto socket = connect_to(addresses, direct ? server.port : server.proxy_port, end);
         points.ok(step, "connected");
@@ -88,11 +84,7 @@ void tell_server_certificate(group& points, const handshake& seen, const std::st
     } else {
         points.ok("certificate", own);
     }
-    std::string chain;
-    for (const std::string& name : seen.chain) {
-        chain += (chain.empty() ? "" : " < ") + name;
-    }
-    points.ok("chain", "sent: " + chain);
+    points.ok("chain", "sent: " + join(seen.chain, " < "));
 }
 
 // Why there is no TLS, where neither certificate is the reason.

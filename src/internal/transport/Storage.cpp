@@ -160,7 +160,7 @@ std::string ReadFromSecureStorage(const std::string& name) {
 
 }  // namespace
 
-std::optional<std::string> ReadInstalledItem(const std::string& name) {
+std::optional<std::string> readInstalledItem(const std::string& name) {
     ss_credential_s credential;
     StoredItem item;
     if (!initCredential(credential) || !item.read(name, credential)) {

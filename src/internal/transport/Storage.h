@@ -20,7 +20,7 @@ struct CredentialPlaces {
 };
 
 /// The item's bytes as they are in secure storage; nothing when it is not there. Installs nothing.
-std::optional<std::string> ReadInstalledItem(const std::string& name);
+std::optional<std::string> readInstalledItem(const std::string& name);
 
 /// The device's TLS credentials: key and certificate from secure storage, CA bundle from a file.
 /// Nothing to do with stored reports. Read on first use, cached until the process exits. Failures
