@@ -1,3 +1,7 @@
+#include <unistd.h>
+
+#include <cerrno>
+
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -22,8 +26,12 @@ std::string take_field(std::string& text) {
 }
 
 Json::Value read_journal() {
-    std::istringstream lines(reporter::read_file(reporter::REPORTER_DATA_DIR + "journal"));
+    const std::string path = reporter::REPORTER_DATA_DIR + "journal";
     Json::Value entries(Json::arrayValue);
+    if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+        return entries;
+    }
+    std::istringstream lines(reporter::read_file(path));
     for (std::string line; std::getline(lines, line);) {
         Json::Value& entry = entries.append(Json::objectValue);
         entry["time"] = take_field(line);
@@ -41,7 +49,7 @@ int show_journal(const common_options& options) {
         return done;
     }
     if (entries.empty()) {
-        std::cout << "no failure since the journal was begun\n";
+        std::cout << "no failure is noted\n";
         return done;
     }
     table lines({"time", "source", "text"});

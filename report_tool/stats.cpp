@@ -1,3 +1,7 @@
+#include <unistd.h>
+
+#include <cerrno>
+
 #include <iostream>
 #include <map>
 #include <stdexcept>
@@ -20,6 +24,9 @@ namespace {
 // Under its lock, as it is written in place.
 Json::Value read_stats() {
     const std::string path = reporter::REPORTER_DATA_DIR + "stats";
+    if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+        return Json::Value(Json::objectValue);
+    }
     const held_lock lock(stats_lock);
     Json::Value content;
     if (!reporter::json_read(reporter::read_file(path), content, reporter::json_comments::skip) ||
@@ -60,6 +67,8 @@ int show_stats(const common_options& options) {
     const Json::Value content = read_stats();
     if (options.json) {
         print_json(content);
+    } else if (content.empty()) {
+        std::cout << "nothing was counted yet\n";
     } else {
         print_table(content);
     }

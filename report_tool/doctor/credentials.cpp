@@ -31,8 +31,8 @@ bio_handle reader_of(const std::string& text) {
     return {BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), BIO_free};
 }
 
-// Adds a point for the dates as well. True while the certificate holds.
-bool examine_dates(group& points, const char* name, const X509* certificate) {
+void examine_dates(group& points, const X509* certificate) {
+    const char* const name = "certificate";
     constexpr long long soon = 30 * 86400LL;
     const validity dates = validity_of(certificate);
     const auto now = std::time(nullptr);
@@ -45,7 +45,6 @@ bool examine_dates(group& points, const char* name, const X509* certificate) {
     } else {
         points.ok(name, describe(certificate));
     }
-    return now >= dates.from && now <= dates.until;
 }
 
 void examine_authorities(examination& whole, group& points, const STACK_OF(X509_INFO) * bundle) {
@@ -154,7 +153,7 @@ void examine_package(group& points, const std::string& item) {
     }
 }
 
-bool examine_certificate(examination& whole, group& points, const std::string& text) {
+void examine_certificate(examination& whole, group& points, const std::string& text) {
     char no_passphrase[] = "";
     const std::unique_ptr<X509, decltype(&X509_free)> certificate(
         PEM_read_bio_X509(reader_of(text).get(), nullptr, nullptr, no_passphrase), X509_free);
@@ -163,10 +162,10 @@ bool examine_certificate(examination& whole, group& points, const std::string& t
         points.fault("certificate", text.empty() ? "empty" : "broken",
                      std::string(CredentialPlaces::certificate) + " is no PEM certificate",
                      "bring the device's key package again");
-        return false;
+        return;
     }
     whole.certificates.push_back(validity_of(certificate.get()));
-    return examine_dates(points, "certificate", certificate.get());
+    examine_dates(points, certificate.get());
 }
 
 // Whether there is a whole PEM block, whatever it holds.

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <regex>
+#include <stdexcept>
 
 #include "child.h"
 #include "data_dir.h"
@@ -168,7 +169,7 @@ bool loads(group& points, const reporter::config_helper& config, const reporter:
 
 bool has_functions(group& points, const reporter::config_helper& config,
                    const reporter::script& script) {
-    const child_answer answer = in_child(longest_run_seconds, [&] {
+    const std::string error = error_of([&] {
         std::vector<std::string> missing;
         reporter::lua_sandbox sandbox(config, script.content);
         for (const function& one : functions) {
@@ -176,13 +177,15 @@ bool has_functions(group& points, const reporter::config_helper& config,
                 missing.push_back(std::string(one.name) + ": " + one.without);
             }
         }
-        return join(missing, "; ");
+        if (!missing.empty()) {
+            throw std::runtime_error(join(missing, "; "));
+        }
     });
-    if (answer.text.empty()) {
+    if (error.empty()) {
         points.ok("functions", "all six are there");
         return true;
     }
-    points.fault("functions", "missing", answer.text, "install the storage script again");
+    points.fault("functions", "missing", error, "install the storage script again");
     return false;
 }
 

@@ -80,14 +80,14 @@ long long used_instead(const std::string& path, long long value) {
 void tell_number(group& configuration, const setting& one, const Json::Value& value) {
     const auto number = static_cast<long long>(value.asDouble());
     const std::string path = one.path(), text = written(value);
-    if (number < 0) {
-        const std::string taken = one.who == reader::script
-                                      ? "0"
-                                      : std::to_string(static_cast<unsigned int>(value.asInt64()));
-        configuration.warning(path, "negative", text + " is negative: taken as " + taken,
-                              "write a number from 0 on");
-    } else if (const long long used = used_instead(path, number); used != number) {
-        configuration.warning(path, "clamped", text + " is taken as " + std::to_string(used),
+    const long long kept = one.who == reader::script ? std::max(number, 0LL)
+                                                     : static_cast<unsigned int>(value.asInt64());
+    if (const long long used = used_instead(path, kept); used != number) {
+        configuration.warning(path,
+                              kept == number ? "clamped"
+                              : number < 0   ? "negative"
+                                             : "overflow",
+                              text + " is taken as " + std::to_string(used),
                               "write a number within the bounds");
     } else if (path == "sender.max_body_size" && number == 0) {
         configuration.warning(path, "zero", "0: each report goes in a request of its own",

@@ -273,6 +273,7 @@ TEST_F(doctor, looks_at_credentials_and_clock) {
         {"credentials.authority warning expired", 0,
          [] { write_text(CA, pki("ca.pem") + pki("expired-ca.pem")); }},
         {"time.clock fault never-set", 1, [] {}, {"TEV_CLOCK=86400"}},
+        {"time.clock warning behind-reports", 1, [] {}, {"TEV_CLOCK=1791000000"}},
         {"time.clock fault ahead", 1, [] {}, {"TEV_CLOCK=3786912000"}},
     });
 }
@@ -378,7 +379,7 @@ TEST_F(doctor, asks_both_paths) {
     EXPECT_NE(peer->stop().find("\"body\":[]"), std::string::npos);
 }
 
-TEST_F(doctor, sees_a_full_disk) {
+TEST_F(doctor, sees_a_full_or_read_only_disk) {
     NEEDS_MOUNTS()
     const strings full = {"bwrap",
                           "--dev-bind",
@@ -392,7 +393,10 @@ TEST_F(doctor, sees_a_full_disk) {
                           "-c",
                           "cp -r \"$0\"/. /opt/data; cat /dev/zero 2>&- >/opt/data/filler; \"$@\"",
                           scratch_root() / "opt" / "data"};
-    expect_each({{"files.disk fault full", 1, [] {}, full}});
+    const strings read_only = {"bwrap",     "--dev-bind", "/",       "/",
+                               "--ro-bind", data_dir(),   data_dir()};
+    expect_each({{"files.disk fault full", 1, [] {}, full},
+                 {"files.db_reports fault read-only", 1, [] {}, read_only}});
 }
 
 // What root could read and write, and the agent's user cannot.

@@ -32,6 +32,8 @@ TEST_F(records, shows_what_passes_left_behind) {
 }
 
 TEST_F(records, ends_with_a_status_for_scripts) {
+    EXPECT_EQ(output({"stats"}), "nothing was counted yet\n");
+    write_text(data_dir() / "stats", "[]");
     output({"stats"}, 1);
     output({"stats", "--jsn"}, 2);
     output({}, 2);
