@@ -143,7 +143,9 @@ void tell_client_certificate(group& points, const handshake& seen) {
 bool examine_tls(group& points, const address& server, int socket, const deadline& end) {
     try {
         if (!server.proxy_host.empty()) {
-            pass_proxy(socket, server.host + ":" + server.port, end);
+            const bool brackets = server.host.find(':') != std::string::npos;
+            pass_proxy(socket,
+                       (brackets ? "[" + server.host + "]" : server.host) + ":" + server.port, end);
         }
         const handshake seen = shake_hands(socket, server.host, end);
         tell_tls(points, seen);
@@ -151,7 +153,7 @@ bool examine_tls(group& points, const address& server, int socket, const deadlin
         tell_client_certificate(points, seen);
         return seen.finished && seen.host_fits && seen.end.empty();
     } catch (const network_error& error) {
-        points.fault("proxy_tcp", error.cause, error.text, advice_for(error.cause));
+        points.fault("proxy_connect", error.cause, error.text, advice_for(error.cause));
     } catch (const std::exception& error) {
         points.fault("tls", "unusable", error.what(), "see the credentials above");
     }

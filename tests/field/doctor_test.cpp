@@ -309,6 +309,11 @@ TEST_F(doctor, tells_what_the_server_does) {
             served({server})();
         };
     };
+    raw_peer proxy({[](peer_connection& asking) {
+                       asking.read();
+                       asking.write("HTTP/1.1 407 Who are you?\r\n\r\n");
+                   }},
+                   {""});
     const peer_identity newer{"server.pem", 0, "ALL", TLS1_3_VERSION};
     expect_each(
         {
@@ -347,6 +352,10 @@ TEST_F(doctor, tells_what_the_server_does) {
              1,
              listening(-1),
              {"https_proxy=http://127.0.0.1:1", "no_proxy=example.com"}},
+            {"server.proxy_connect fault proxy | the proxy lets nothing through: HTTP/1.1 407 Who",
+             1,
+             [] {},
+             {"https_proxy=http://127.0.0.1:" + std::to_string(proxy.port())}},
         },
         ONLINE);
     expect_each({{"server.tls fault silent", 1, listening(16)},
