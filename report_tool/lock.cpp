@@ -10,6 +10,7 @@
 #include <fstream>
 #include <thread>
 
+#include "failure.h"
 #include "output.h"
 
 namespace report_tool {
@@ -58,14 +59,14 @@ held_lock::held_lock(const std::string& name)
     : _descriptor(open((lock_dir + name).c_str(), O_RDWR | O_CLOEXEC)) {
     const std::string path = lock_dir + name;
     if (_descriptor < 0) {
-        throw lock_failure(errno == ENOENT ? "missing" : "access", path + ": " + error_text(errno));
+        throw failure(errno == ENOENT ? "missing" : "access", path + ": " + error_text(errno));
     }
     for (int tried = 0; lockf(_descriptor, F_TLOCK, 0) != 0; ++tried) {
         if (tried == tries) {
             std::string text = path + " is held by ";
             text += holder_of(_descriptor);
             close(_descriptor);
-            throw lock_failure("held", text);
+            throw failure("held", text);
         }
         std::this_thread::sleep_for(between_tries);
     }

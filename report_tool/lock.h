@@ -1,8 +1,6 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
-#include <utility>
 
 namespace report_tool {
 
@@ -11,19 +9,11 @@ inline constexpr const char* lock_dir = "/run/user/5001/";
 inline constexpr const char* store_lock = "tev_reporter_db_file_lock";
 inline constexpr const char* stats_lock = "tev_reporter_stats_file_lock";
 
-/// A lock file is not there ("missing"), cannot be opened ("access"), or is held ("held").
-class lock_failure : public std::runtime_error {
-public:
-    lock_failure(std::string cause_word, const std::string& text)
-        : std::runtime_error(text), cause(std::move(cause_word)) {}
-    const std::string cause;
-};
-
 /// One of the agent's lock files, open and locked while this lives. Differs from file_lock in that
 /// it waits no longer than five seconds. One at a time for each file.
 class held_lock {
 public:
-    /// Throws lock_failure, which says who holds it.
+    /// Throws failure: "missing", "access" when it cannot be opened, or "held", with who holds it.
     explicit held_lock(const std::string& name);
     held_lock(const held_lock&) = delete;
     held_lock& operator=(const held_lock&) = delete;

@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "child.h"
+#include "failure.h"
 #include "output.h"
 
 namespace report_tool::doctor {
@@ -44,7 +45,7 @@ std::string resolved(const std::string& host) {
     return text;
 }
 
-network_error refusal_by(const std::string& address, const std::string& port, int error) {
+failure refusal_by(const std::string& address, const std::string& port, int error) {
     const std::string cause = error == ECONNREFUSED ? "refused"
                               : error == ETIMEDOUT  ? "silent"
                                                     : "unreachable";
@@ -97,11 +98,10 @@ std::vector<std::string> resolve(const std::string& host, const deadline& end) {
     // The resolver has time-outs of its own, which are longer.
     const child_answer answer = in_child(end.seconds_left(), [&] { return resolved(host); });
     if (answer.how != child_answer::end::returned) {
-        throw network_error{"silent", "no name server answers for " + host};
+        throw failure("silent", "no name server answers for " + host);
     }
     if (answer.text.empty() || answer.text[0] == '!') {
-        throw network_error{"unknown",
-                            host + ": " + answer.text.substr(answer.text.empty() ? 0 : 1)};
+        throw failure("unknown", host + ": " + answer.text.substr(answer.text.empty() ? 0 : 1));
     }
     std::vector<std::string> addresses;
     std::istringstream lines(answer.text);
@@ -113,13 +113,13 @@ std::vector<std::string> resolve(const std::string& host, const deadline& end) {
 
 socket_handle connect_to(const std::vector<std::string>& addresses, const std::string& port,
                          const deadline& end) {
-    network_error last{"unreachable", "no address"};
+    failure last("unreachable", "no address");
     for (const std::string& address : addresses) {
         int error = 0;
         const address_list found =
             look_up(address, port.c_str(), AI_NUMERICHOST | AI_NUMERICSERV, error);
         if (found == nullptr) {
-            last = {"port", port + " is no port"};
+            last = failure("port", port + " is no port");
             continue;
         }
         socket_handle socket(
@@ -149,8 +149,8 @@ void pass_proxy(int socket, const std::string& host_and_port, const deadline& en
         answer.append(open ? 1 : 0, byte);
     }
     if (answer.compare(0, 7, "HTTP/1.") != 0 || answer.compare(8, 2, " 2") != 0) {
-        throw network_error{"proxy", "the proxy lets nothing through: " +
-                                         printable(answer.substr(0, answer.find('\r')))};
+        throw failure("proxy", "the proxy lets nothing through: " +
+                                   printable(answer.substr(0, answer.find('\r'))));
     }
 }
 

@@ -41,20 +41,14 @@ private:
     int _descriptor;
 };
 
-/// A failure with a fixed word for its cause.
-struct network_error {
-    std::string cause;
-    std::string text;
-};
-
-/// Addresses of the host as texts. Throws network_error.
+/// Addresses of the host as texts. Throws failure.
 std::vector<std::string> resolve(const std::string& host, const deadline& end);
 
-/// The first of the addresses that takes a connection; non-blocking. Throws network_error.
+/// The first of the addresses that takes a connection; non-blocking. Throws failure.
 socket_handle connect_to(const std::vector<std::string>& addresses, const std::string& port,
                          const deadline& end);
 
-/// Asks an HTTP proxy to let the connection through. Throws network_error.
+/// Asks an HTTP proxy to let the connection through. Throws failure.
 void pass_proxy(int socket, const std::string& host_and_port, const deadline& end);
 
 }  // namespace report_tool::doctor

@@ -11,6 +11,7 @@
 #include "common.h"
 #include "data_dir.h"
 #include "doctor/examination.h"
+#include "failure.h"
 #include "json_io.h"
 #include "output.h"
 
@@ -86,12 +87,12 @@ void examine_space(doctor::group& files) {
     }
 }
 
-void tell_lock_failure(doctor::group& files, const char* name, const lock_failure& failure) {
+void tell_lock_failure(doctor::group& files, const char* name, const failure& error) {
     const std::string advice =
-        failure.cause == "missing" ? "the platform makes it at boot: see why it did not"
-        : failure.cause == "held"  ? "a pass waits for it without limit: see what that process does"
-                                   : "give it to the agent's user, readable and writable";
-    files.fault(name, failure.cause, failure.what(), advice);
+        error.cause == "missing" ? "the platform makes it at boot: see why it did not"
+        : error.cause == "held"  ? "a pass waits for it without limit: see what that process does"
+                                 : "give it to the agent's user, readable and writable";
+    files.fault(name, error.cause, error.what(), advice);
 }
 
 std::unique_ptr<held_lock> examine_lock(doctor::group& files, const char* name, const char* file) {
@@ -101,8 +102,8 @@ std::unique_ptr<held_lock> examine_lock(doctor::group& files, const char* name, 
         stat((lock_dir + std::string(file)).c_str(), &status);
         files.ok(name, owner_and_mode(status) + ", free");
         return lock;
-    } catch (const lock_failure& failure) {
-        tell_lock_failure(files, name, failure);
+    } catch (const failure& error) {
+        tell_lock_failure(files, name, error);
         return nullptr;
     }
 }

@@ -9,6 +9,7 @@
 #include "doctor/examination.h"
 #include "doctor/requests.h"
 #include "doctor/tls.h"
+#include "failure.h"
 #include "output.h"
 
 namespace report_tool::doctor {
@@ -36,8 +37,8 @@ socket_handle reach(group& points, const address& server, const deadline& end) {
         auto socket = connect_to(addresses, direct ? server.port : server.proxy_port, end);
         points.ok(step, "connected");
         return socket;
-    } catch (const network_error& error) {
-        points.fault(step, error.cause, error.text, advice_for(error.cause));
+    } catch (const failure& error) {
+        points.fault(step, error.cause, error.what(), advice_for(error.cause));
         return socket_handle();
     }
 }
@@ -152,8 +153,8 @@ bool examine_tls(group& points, const address& server, int socket, const deadlin
         tell_server_certificate(points, seen, server.host);
         tell_client_certificate(points, seen);
         return seen.finished && seen.host_fits && seen.end.empty();
-    } catch (const network_error& error) {
-        points.fault("proxy_connect", error.cause, error.text, advice_for(error.cause));
+    } catch (const failure& error) {
+        points.fault("proxy_connect", error.cause, error.what(), advice_for(error.cause));
     } catch (const std::exception& error) {
         points.fault("tls", "unusable", error.what(), "see the credentials above");
     }
