@@ -83,7 +83,8 @@ options parse_options(int argc, char* argv[]) {
     }
     if (optind < argc || parsed.tls.ca.empty() || parsed.tls.cert.empty() ||
         parsed.tls.key.empty()) {
-        throw std::runtime_error("--ca, --cert and --key are required, and only options are allowed");
+        throw std::runtime_error(
+            "--ca, --cert and --key are required, and only options are allowed");
     }
     return parsed;
 }
