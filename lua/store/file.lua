@@ -115,6 +115,14 @@ local function connect()
   database.row("PRAGMA cache_size = -256")
 end
 
+-- Refuses a store without a column that is used, or with one of the same name in two tables.
+local function check_columns()
+  local complete, message = pcall(database.row, USED)
+  if complete then return end
+  local other = string.find(message, "^no such ") or string.find(message, "^ambiguous ")
+  error((other and FOREIGN or "") .. message, 0)
+end
+
 -- Refuses what is not this script's store, and brings what is to the newest version. A file without tables is
 -- fresh, also one that was begun when the process was killed.
 local function recognise()
@@ -128,10 +136,7 @@ local function recognise()
     error("of version " .. version .. ", newer than this script's " .. #VERSIONS, 0)
   end
   if version < #VERSIONS then migrate(version) end
-  local complete, message = pcall(database.row, USED)
-  if complete then return end
-  local other = string.find(message, "^no such ") or string.find(message, "^ambiguous ")
-  error((other and FOREIGN or "") .. message, 0)
+  check_columns()
 end
 
 -- Opens the database if it is not open. Each call looks for the journal, as another SQLite client that writes deletes

@@ -21,8 +21,7 @@ local function describe()
   elseif answer.version ~= #VERSIONS then
     return answer
   end
-  local complete, message = pcall(database.row, USED)
-  if not complete then error((string.gsub(message, "^no such ", FOREIGN .. "%0")), 0) end
+  check_columns()
   answer.accounts = database.row("SELECT " .. wide("saved, joined, removed, dropped_space, dropped_age, refused, "
     .. "set_aside") .. " FROM accounts WHERE one = 1")
   answer.stored = database.number("SELECT total(count) FROM reports")
