@@ -4,18 +4,12 @@
 #include <json/value.h>
 
 #include "command.h"
-#include "configuration.h"
-#include "data_dir.h"
-#include "lock.h"
 #include "output.h"
 #include "owner.h"
-#include "storage/open_reports_storage.h"
 #include "store.h"
 
 namespace report_tool {
 namespace {
-
-constexpr unsigned int longest_look_seconds = 60;
 
 struct line {
     const char* name;
@@ -33,14 +27,7 @@ constexpr line lines[] = {
 };
 
 Json::Value read_accounts() {
-    const auto config = reporter::load_configuration(
-        reporter::config_dir, reporter::REPORTER_DATA_DIR + "lua", {reporter::storage_script});
-    const held_lock lock(store_lock);
-    if (const store_obstacle obstacle = find_store_obstacle(); !obstacle.cause.empty()) {
-        throw std::runtime_error(obstacle.text);
-    }
-    const Json::Value look = inspect_store(
-        config, config.get_script(reporter::storage_script).content, "store", longest_look_seconds);
+    const Json::Value look = ask_store("store");
     if (!look["accounts"].isObject()) {
         throw std::runtime_error(look.get("error", "the store has no accounts").asString());
     }

@@ -12,8 +12,10 @@
 #include "configuration.h"
 #include "data_dir.h"
 #include "json_io.h"
+#include "lock.h"
 #include "lua_sandbox.h"
 #include "output.h"
+#include "storage/open_reports_storage.h"
 
 namespace report_tool {
 namespace {
@@ -69,6 +71,10 @@ Json::Value inspect_store(const reporter::config_helper& config, const std::stri
                           const std::string& question, unsigned int seconds) {
     const child_answer answer = in_child(seconds, [&] {
         reporter::lua_sandbox sandbox(config, script);
+        if (!sandbox.get().is_function("inspect")) {
+            throw std::runtime_error(
+                "the storage script has no function inspect, which looks on only");
+        }
         return sandbox.get().call<std::string>("inspect", question_text{question});
     });
     Json::Value content;
@@ -87,6 +93,18 @@ Json::Value inspect_store(const reporter::config_helper& config, const std::stri
         throw std::runtime_error("the storage script's answer is no JSON object");
     }
     return content;
+}
+
+Json::Value ask_store(const std::string& question) {
+    constexpr unsigned int longest_look_seconds = 60;
+    const auto config = reporter::load_configuration(
+        reporter::config_dir, reporter::REPORTER_DATA_DIR + "lua", {reporter::storage_script});
+    const held_lock lock(store_lock);
+    if (const store_obstacle obstacle = find_store_obstacle(); !obstacle.cause.empty()) {
+        throw std::runtime_error(obstacle.text);
+    }
+    return inspect_store(config, config.get_script(reporter::storage_script).content, question,
+                         longest_look_seconds);
 }
 
 }  // namespace report_tool

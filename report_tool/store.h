@@ -22,4 +22,7 @@ store_obstacle find_store_obstacle();
 Json::Value inspect_store(const reporter::config_helper& config, const std::string& script,
                           const std::string& question, unsigned int seconds);
 
+/// The same for the device's configuration and script, with the lock taken and an obstacle thrown.
+Json::Value ask_store(const std::string& question);
+
 }  // namespace report_tool
