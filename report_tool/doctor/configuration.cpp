@@ -76,19 +76,19 @@ Json::Value choose_file(group& configuration) {
         passed_over.emplace_back(name, look);
     }
     const bool none = passed_over.size() == 3;
-    const bool all_missing = std::all_of(passed_over.begin(), passed_over.end(),
-                                         [](auto& one) { return one.second.cause == "missing"; });
+    std::string cause = "missing";
     for (const auto& [name, look] : passed_over) {
         if (look.cause != "missing") {
             const auto tell = none ? &group::fault : &group::warning;
             (configuration.*tell)(name, look.cause, look.text, advice_for(look.cause));
+            cause = look.cause;
         }
     }
     if (none) {
-        configuration.fault("file", all_missing ? "missing" : "unusable",
+        configuration.fault("file", cause == "missing" ? cause : "unusable",
                             std::string("none of config.def, config.rel and config.stg in ") +
                                 reporter::config_dir + " can be used",
-                            advice_for(all_missing ? "missing" : "json"));
+                            advice_for(cause));
     }
     return chosen;
 }

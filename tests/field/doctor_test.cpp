@@ -420,6 +420,8 @@ TEST_F(doctor, works_as_the_owner_of_the_data_directory) {
                 write_text(path, text);
             }
             fs::permissions(path, mode);
+            // Where nothing is mounted, the way to the device leads through it.
+            fs::permissions(scratch_root(), fs::perms(0711));
             fs::copy(platform_dir(), "/opt/data/platform", fs::copy_options::recursive);
             for (const fs::path& own :
                  {data_dir(), data_dir() / "db_reports", data_dir() / "db_reports-journal",
