@@ -1,4 +1,9 @@
-// A clock that shows TEV_CLOCK where that is set, and waits that take no time.
+// A clock that shows TEV_CLOCK where that is set, a name server that never answers where
+// TEV_SILENT_RESOLVER is, and waits that take no time.
+
+#include <dlfcn.h>
+#include <netdb.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -16,4 +21,14 @@ extern "C" time_t time(time_t* result) noexcept {
 
 extern "C" int nanosleep(const timespec*, timespec*) {
     return 0;
+}
+
+extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
+                           addrinfo** found) {
+    while (std::getenv("TEV_SILENT_RESOLVER") != nullptr) {
+        pause();
+    }
+    static const auto real =
+        reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    return real(name, service, hints, found);
 }
