@@ -79,7 +79,9 @@ std::string describe(const X509* certificate) {
     const long long left = (dates.until - std::time(nullptr)) / day_seconds;
     return name_of(certificate) + ", issued by " + text_of(X509_get_issuer_name(certificate)) +
            ", SHA-256 " + fingerprint(certificate) + ", from " + readable_time(dates.from) +
-           " to " + readable_time(dates.until) + ", " + std::to_string(left) + " days left";
+           " to " + readable_time(dates.until) + ", " +
+           (left >= 0 ? std::to_string(left) + " days left"
+                      : "ended " + std::to_string(-left) + " days ago");
 }
 
 std::string names_in(const X509* certificate) {
