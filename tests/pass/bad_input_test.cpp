@@ -87,6 +87,10 @@ TEST_F(bad_input, in_the_script) {
          "E can't get report: lua: bad return type, must be string"},
         {text + "function get_report_as_json_by_id() return '{' end",
          "E can't get report: can't parse json"},
+        {text + "function get_report_as_json_by_id() return '[]' end",
+         "E can't get report: report isn't an object"},
+        {text + "function get_report_as_json_by_id() return '{\"count\": []}' end",
+         "E some_error: Value is not convertible to UInt."},
         {"os.exit()", "I main_script: os.exit()"},
         {text + "function remove_report_by_id() return 'x' end", "E can't remove report: *"},
     };
