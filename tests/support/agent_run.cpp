@@ -54,7 +54,7 @@ std::string query(const std::string& sql) {
     return sqlite.output().substr(0, sqlite.output().find_last_not_of('\n') + 1);
 }
 
-pass::pass(child_process& agent) : status(agent.wait()), peak_kib(agent.peak_kib) {
+pass::pass(child_process& agent) : status(agent.wait()) {
     for (const std::string& line : lines_of(agent.output())) {
         log.push_back(message_in(line));
     }

@@ -38,7 +38,6 @@ struct pass {
     long count(const std::string& line) const;
 
     int status;
-    long peak_kib;
     strings log;
 };
 

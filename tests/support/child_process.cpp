@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -59,10 +58,8 @@ void child_process::signal(int number) const {
 
 bool child_process::running() {
     int status = 0;
-    rusage usage{};
-    if (_status < 0 && wait4(_pid, &status, WNOHANG, &usage) == _pid) {
+    if (_status < 0 && waitpid(_pid, &status, WNOHANG) == _pid) {
         _status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        peak_kib = usage.ru_maxrss;
     }
     return _status < 0;
 }

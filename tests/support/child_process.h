@@ -36,9 +36,6 @@ public:
     /// Standard output and standard error so far, in the order of the writes.
     std::string output() const;
 
-    /// Largest resident size in KiB, once it has ended.
-    long peak_kib = 0;
-
 private:
     int _output;
     pid_t _pid;
