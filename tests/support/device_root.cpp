@@ -1,6 +1,5 @@
 #include "support/device_root.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -30,11 +29,6 @@ void edit(const char* name, Change change) {
 
 fs::path scratch_root() {
     return std::getenv("TEV_SCRATCH_ROOT");
-}
-
-bool can_mount() {
-    const char* way = std::getenv("TEV_DEVICE_ROOT_WAY");
-    return way != nullptr && way == std::string("bubblewrap");
 }
 
 fs::path source_dir() {
