@@ -98,7 +98,6 @@ TEST_F(store, walks_a_cursor_report_by_report) {
     EXPECT_EQ(made.size(), 0);  // NOLINT(bugprone-use-after-move): it stays a cursor
     EXPECT_TRUE(cursor.has_next()) << "a moved cursor tests the position again";
     EXPECT_EQ(cursor.get_id(), 2U);
-    cursor.remove();
     EXPECT_TRUE(cursor.has_next());
     EXPECT_FALSE(cursor.has_next());
     EXPECT_EQ(error_of([&] { cursor.next_as_json(); }), "has not next");
