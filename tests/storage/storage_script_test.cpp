@@ -1,5 +1,4 @@
 #include <csignal>
-
 #include <fstream>
 
 #include "base64.h"
