@@ -71,6 +71,12 @@ TEST_F(storage_script, writes_little) {
     save("durably");
     EXPECT_EQ(syncs, 5);
     EXPECT_LT(written, 9U * 4096);
+    for (const int expected : {10, 0}) {
+        syncs = 0;
+        times();
+        list();
+        EXPECT_EQ(syncs, expected) << "the day and the seal, and nothing when looked at again";
+    }
 }
 
 TEST_F(storage_script, says_what_it_drops) {
