@@ -7,7 +7,7 @@
 -- The build joins the files of lua/store/ in the order that lua/CMakeLists.txt gives. This one has numbers and
 -- settings, which all of them need.
 
-local HOUR, DAY = 3600, 86400
+local DAY = 86400
 
 -- 2026-10-01 in seconds since 1970, the first release. A clock that shows less was never set. Never to be raised.
 local FIRST_RELEASE = 1790812800

@@ -1,5 +1,6 @@
 #include "support/child_process.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -33,6 +34,8 @@ void execute(std::vector<std::string>& command) {
 
 child_process::child_process(std::vector<std::string> command)
     : _output(memfd_create("output", MFD_CLOEXEC)) {
+    // Threads that share an offset in such a file would write over each other's lines.
+    fcntl(_output, F_SETFL, O_APPEND);
     _pid = fork();
     if (_pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
