@@ -439,12 +439,15 @@ TEST_F(doctor, works_as_the_owner_of_the_data_directory) {
     const fs::perms owners = fs::perms::owner_read | fs::perms::owner_write;
     const auto db_lock = lock_dir() / "tev_reporter_db_file_lock", stats = data_dir() / "stats";
     const auto config_file = data_dir() / "config" / "config.def";
-    // A build that counts lines cannot note them in its own place as that user, and would say so.
-    const fs::path counts = scratch_root() / "counts";
-    fs::create_directory(counts);
-    fs::permissions(counts, fs::perms::all);
-    const std::string lines_counted = "GCOV_PREFIX=" + counts.string();
-    const strings platform = {"TEV_PLATFORM_DIR=/opt/data/platform", lines_counted};
+    // A build that counts lines cannot note them in its own place as another user, and would say
+    // so.
+    const auto lines_of_user = [](const char* user) {
+        const fs::path counts = scratch_root() / user;
+        fs::create_directory(counts);
+        fs::permissions(counts, fs::perms::all);
+        return "GCOV_PREFIX=" + counts.string();
+    };
+    const strings platform = {"TEV_PLATFORM_DIR=/opt/data/platform", lines_of_user("5001")};
     expect_each({
         {"files.store_lock ok", 0, spoiled(db_lock, fs::perms(0666)), platform},
         {"files.store_lock fault access", 1, spoiled(db_lock, owners), platform},
@@ -454,7 +457,7 @@ TEST_F(doctor, works_as_the_owner_of_the_data_directory) {
         {"script.file fault access", 1, spoiled(script().string() + ".bak", owners, ""), platform},
     });
     EXPECT_EQ(
-        run({lines_counted, "setpriv", "--reuid=5002", "--clear-groups"}, OFFLINE),
+        run({lines_of_user("5002"), "setpriv", "--reuid=5002", "--clear-groups"}, OFFLINE),
         std::pair(std::string("tev-report: /opt/data/dpm/dplugins/tev-reporter-plugin/ belongs "
                               "to 5001: run this as that user or as root\n"),
                   2));
