@@ -97,7 +97,7 @@ protected:
         }
         return result;
     }
-    long figure(const std::string& name) const { return shown[name].asInt64(); }
+    long figure(const std::string& name) const { return long(shown[name].asInt64()); }
     bool changed(const std::string& name) { return figure(name) != accounts[name]; }
 
     void compare(bool bounded) {
@@ -280,11 +280,11 @@ protected:
         EXPECT_EQ(reporter::inflate(stream.data(), unsigned(stream.size())), text);
         Json::Value all = json_of({{"module", report.report.module},
                                    {"type", report.report.type},
-                                   {"aggregationid", report.report.aggregationid},
                                    {"count", report.count},
                                    {"size", text.size()},
                                    {"first_time", report.first},
                                    {"last_time", report.last}});
+        all["aggregationid"] = report.report.aggregationid;
         all["SHA256"] = reporter::sha256(text.data(), unsigned(text.size()));
         all["uid"] = json["uid"];
         if (report.first < FIRST_RELEASE) {
