@@ -45,6 +45,10 @@ std::vector<std::string> built_program(const std::string& path,
     return command;
 }
 
+fs::path device_dir() {
+    return TEV_DEVICE_DIR;
+}
+
 fs::path data_dir() {
     return "/opt/data/dpm/dplugins/tev-reporter-plugin";
 }
@@ -85,13 +89,9 @@ void reset_device() {
 }
 
 void install_plugin() {
-    const std::pair<const char*, const char*> files[] = {
-        {"config/config.def", "config/config.def"},
-        {TEV_STORAGE_SCRIPT, "lua/processor_extension_V1.lua"},
-        {"lua/lib/json.lua", "lib/lua/json.lua"},
-        {"lua/lib/sqlite3.lua", "lib/lua/sqlite3.lua"}};
-    for (const auto& [source, target] : files) {
-        write_text(data_dir() / target, read_text(source_dir() / source));
+    for (const char* part : {"config", "lua", "lib"}) {
+        fs::copy(device_dir().string() + (data_dir() / part).string(), data_dir() / part,
+                 fs::copy_options::recursive);
     }
 }
 

@@ -25,13 +25,17 @@ std::filesystem::path scratch_root();
         GTEST_SKIP() << "needs a mount of its own, and bubblewrap cannot work here"; \
     }
 
-/// The source tree, from which tests take scripts and configuration.
+/// The source tree, from which tests take what is not installed.
 std::filesystem::path source_dir();
 
 /// The command for a program of this build. One for another architecture runs under the emulator
 /// that TEV_EMULATOR gives with its options, split at blanks.
 std::vector<std::string> built_program(const std::string& path,
                                        const std::vector<std::string>& arguments = {});
+
+/// The device directory that tests begin with: agent and keys, not enrolled, sends at once and in
+/// one try.
+std::filesystem::path device_dir();
 
 /// The device's places, as the program under test sees them.
 std::filesystem::path data_dir();
