@@ -19,6 +19,7 @@ int run(int argc, char* argv[]) {
                  "tev-report");
     app.require_subcommand(1);
     app.fallthrough();
+    app.set_version_flag("--version", "tev-report " TEV_VERSION);
     common_options options;
     app.add_flag("--json", options.json, "Print JSON for programs");
     app.add_flag("--log", options.log, "Let records go to the platform's log");

@@ -16,7 +16,7 @@
 namespace reporter::modules {
 namespace {
 
-constexpr const char* agent_version = "1.2.0";
+constexpr const char* agent_version = TEV_VERSION;
 
 // What the statistics need of a report once it is sent.
 Json::Value summary_of(const Json::Value& report) {

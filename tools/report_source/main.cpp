@@ -1,10 +1,9 @@
 // A report source: puts the reports of its standard input into the agent's store, for the demo and
 // the tests. It shows what a program of the device does to have reports sent.
 
-#include <getopt.h>
-
 #include <cstdlib>
 
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <set>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include <json/value.h>
+#include <CLI/CLI.hpp>
 
 #include "common.h"
 #include "filter.h"
@@ -23,16 +23,13 @@
 namespace {
 
 constexpr const char* HELP =
-    R"(report-source: saves the reports that standard input holds, one JSON object a line
+    R"(Saves the reports that standard input holds, one JSON object a line:
 
   {"module": 7, "type": 1, "aggregationid": 3, "content": "text"}
   {"module": 7, "type": 1, "content_base64": "AAH/"}
   {"module": 7, "type": 1, "size": 4096, "seed": 1}   as many pseudo-random bytes
   {"ext_aggregation": {"caller": "...", "filehash": "..."}}
                            another occurrence of the stored report whose content names both
-
-  --count N   each line N times
-  --quiet     print no results
 
 Runs at the device's paths (see tools/device-root). Prints a line per result:
   saved id=ID module=N type=N size=BYTES sha256=HASH   a report of its own
@@ -77,47 +74,15 @@ private:
     std::set<long> _saved;
 };
 
-struct options {
-    unsigned long count = 1;
-    bool quiet = false;
-};
-
-// NOLINTBEGIN(concurrency-mt-unsafe): there is one thread only.
-options parse_options(int argc, char* argv[]) {
-    static const option known[] = {{"count", required_argument, nullptr, 'c'},
-                                   {"quiet", no_argument, nullptr, 'q'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
-    options parsed;
-    for (int given = 0; (given = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
-        if (given == 'c') {
-            char* end = nullptr;
-            parsed.count = std::strtoul(optarg, &end, 10);
-            if (*optarg == '\0' || *end != '\0') {
-                throw std::runtime_error("--count takes a number");
-            }
-        } else if (given == 'q') {
-            parsed.quiet = true;
-        } else if (given == 'h') {
-            std::cout << HELP;
-            std::exit(EXIT_SUCCESS);
-        } else {
-            throw std::runtime_error("see --help");
-        }
-    }
-    return parsed;
-}
-// NOLINTEND(concurrency-mt-unsafe)
-
-void take_all(const options& options) {
+void take_all(unsigned long copies, bool quiet) {
     report_source source;
     std::string text;
     for (unsigned number = 1; std::getline(std::cin, text); ++number) {
         try {
             const Json::Value line = reporter::json_parse(text);
-            for (unsigned long copy = 0; copy < options.count; ++copy) {
+            for (unsigned long copy = 0; copy < copies; ++copy) {
                 const std::string result = source.take(line);
-                if (!options.quiet) {
+                if (!quiet) {
                     std::cout << result << std::endl;
                 }
             }
@@ -131,7 +96,14 @@ void take_all(const options& options) {
 
 int main(int argc, char* argv[]) {
     try {
-        take_all(parse_options(argc, argv));
+        CLI::App app(HELP, "report-source");
+        unsigned long copies = 1;
+        bool quiet = false;
+        app.set_version_flag("--version", "report-source " TEV_VERSION);
+        app.add_option("--count", copies, "Each line so many times");
+        app.add_flag("--quiet", quiet, "Print no results");
+        CLI11_PARSE(app, argc, argv);
+        take_all(copies, quiet);
     } catch (const std::exception& error) {
         std::cerr << "report-source: " << error.what() << '\n';
         return EXIT_FAILURE;
