@@ -10,8 +10,6 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-constexpr std::chrono::nanoseconds pause_length = std::chrono::milliseconds(150);
-
 std::atomic<clock::duration> last_end{clock::duration::zero()};
 
 }  // namespace
@@ -23,7 +21,7 @@ std::chrono::steady_clock::time_point last_pause_end() noexcept {
 void slow_down_pause() noexcept {
     last_end = (clock::now() + pause_length).time_since_epoch();
     timespec left{};
-    left.tv_nsec = pause_length.count();
+    left.tv_nsec = std::chrono::nanoseconds(pause_length).count();
     while (nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
 }

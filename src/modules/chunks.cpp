@@ -13,6 +13,7 @@
 #include "journal.h"
 #include "logging.h"
 #include "modules/answer.h"
+#include "modules/chunk_rules.h"
 #include "modules/counting.h"
 #include "modules/posting.h"
 #include "pause.h"
@@ -84,7 +85,7 @@ void report_sender_module_policy::process_cursor(Cursor& cursor) {
                                     << " max chunk size: " << max_size);
         // Kept: where the first report is at the limit, an empty chunk is flushed, which uploads
         // nothing. No report is split or dropped for its size.
-        if (chunk_size + json_size >= max_size) {
+        if (begins_chunk(chunk_size, json_size, max_size)) {
             process_chunk(cursor, chunk);
             chunk.clear();
             ++chunk_index;

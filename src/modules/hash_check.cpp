@@ -10,6 +10,7 @@
 
 #include "logging.h"
 #include "modules/answer.h"
+#include "modules/chunk_rules.h"
 #include "modules/counting.h"
 #include "modules/posting.h"
 #include "stop_deadline.h"
@@ -18,24 +19,7 @@
 namespace reporter::modules {
 namespace {
 
-constexpr unsigned int check_wanted = 1;
 constexpr unsigned int server_has_it = 1;
-
-// Positions of the marked reports. The mark is this program's own, so it is taken off every report.
-template <class Reports>
-std::vector<std::size_t> take_marks(Reports& reports) {
-    std::vector<std::size_t> filtered;
-    for (std::size_t position = 0; position < reports.size(); ++position) {
-        auto& report = reports[position];
-        const unsigned int mark = report["check_hash"].asUInt();
-        REPORTER_INFO("NEED CHECK HASH: " << mark);
-        if (mark == check_wanted) {
-            filtered.push_back(position);
-        }
-        report.removeMember("check_hash");
-    }
-    return filtered;
-}
 
 template <class Reports>
 std::vector<std::string> get_hashes(const Reports& reports,
