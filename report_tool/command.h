@@ -34,6 +34,9 @@ command doctor_command();
 command stats_command();
 command journal_command();
 command accounts_command();
+command list_command();
+command show_command();
+command times_command();
 
 /// Wrong usage, or a user who may not run the command.
 class refusal : public std::runtime_error {

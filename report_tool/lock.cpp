@@ -72,8 +72,10 @@ held_lock::held_lock(const std::string& name)
     }
 }
 
+// A command that takes the lock again at once would leave no turn to a pass that waits for it.
 held_lock::~held_lock() {
     close(_descriptor);
+    std::this_thread::sleep_for(between_tries);
 }
 
 }  // namespace report_tool

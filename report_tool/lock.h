@@ -10,7 +10,8 @@ inline constexpr const char* store_lock = "tev_reporter_db_file_lock";
 inline constexpr const char* stats_lock = "tev_reporter_stats_file_lock";
 
 /// One of the agent's lock files, open and locked while this lives. Differs from file_lock in that
-/// it waits no longer than five seconds. One at a time for each file.
+/// it waits no longer than five seconds, and that whoever waits for it has a turn afterwards. One
+/// at a time for each file.
 class held_lock {
 public:
     /// Throws failure: "missing", "access" when it cannot be opened, or "held", with who holds it.

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <cctype>
 #include <cstdio>
 #include <ctime>
 
@@ -12,13 +11,14 @@
 
 #include <json/json.h>
 
+#include "json_io.h"
+
 namespace report_tool {
 namespace {
 
 bool is_number(const std::string& text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char character) {
-        return std::isdigit(character) != 0;
-    });
+    const std::size_t first = text.rfind('-', 0) == 0 ? 1 : 0;
+    return text.size() > first && text.find_first_not_of("0123456789", first) == std::string::npos;
 }
 
 std::vector<std::size_t> widths_of(const std::vector<std::vector<std::string>>& rows) {
@@ -35,6 +35,10 @@ std::vector<std::size_t> widths_of(const std::vector<std::vector<std::string>>& 
 }  // namespace
 
 void table::print() const {
+    print(std::cout);
+}
+
+void table::print(std::ostream& to) const {
     const auto widths = widths_of(_rows);
     for (const auto& row : _rows) {
         std::string line;
@@ -44,7 +48,7 @@ void table::print() const {
             line += "  ";
         }
         line.erase(line.find_last_not_of(' ') + 1);
-        std::cout << line << '\n';
+        to << line << '\n';
     }
 }
 
@@ -83,6 +87,30 @@ void print_json(const Json::Value& value) {
     Json::StreamWriterBuilder writer;
     writer["indentation"] = "  ";
     std::cout << Json::writeString(writer, value) << '\n';
+}
+
+void print_json_line(const Json::Value& value) {
+    std::cout << reporter::json_compact(value);
+}
+
+std::string text_of(const Json::Value& object, const char* member) {
+    const Json::Value& value = object[member];
+    return printable(value.isConvertibleTo(Json::stringValue) ? value.asString()
+                                                              : reporter::json_compact(value));
+}
+
+double number_of(const Json::Value& object, const char* member) {
+    return object[member].isNumeric() ? object[member].asDouble() : 0;
+}
+
+std::string time_of(const Json::Value& object, const char* member) {
+    return object[member].isNumeric()
+               ? readable_time(static_cast<long long>(number_of(object, member)))
+               : text_of(object, member);
+}
+
+std::string counted(std::size_t number, const std::string& thing) {
+    return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
 }
 
 std::string error_text(int error) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@ public:
     explicit table(std::vector<std::string> titles) { add(std::move(titles)); }
     void add(std::vector<std::string> row) { _rows.push_back(std::move(row)); }
     void print() const;
+    void print(std::ostream& to) const;
 
 private:
     std::vector<std::vector<std::string>> _rows;
@@ -35,6 +37,21 @@ std::string readable_time(long long seconds);
 
 /// The document on standard output, indented.
 void print_json(const Json::Value& value);
+
+/// The document on standard output in one line.
+void print_json_line(const Json::Value& value);
+
+// Members of an object that a storage script made, and so of any kind, or missing.
+
+/// As text on one line.
+std::string text_of(const Json::Value& object, const char* member);
+/// 0 when it is no number.
+double number_of(const Json::Value& object, const char* member);
+/// Seconds as readable_time() has them.
+std::string time_of(const Json::Value& object, const char* member);
+
+/// "1 report", "2 reports".
+std::string counted(std::size_t number, const std::string& thing);
 
 /// The system's text for an error number.
 std::string error_text(int error);

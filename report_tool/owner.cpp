@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 
 #include "command.h"
@@ -53,6 +54,12 @@ bool become_owner() {
         throw refusal("cannot become " + owner + ": " + error_text(errno));
     }
     return true;
+}
+
+void require_owner() {
+    if (!become_owner()) {
+        throw std::runtime_error(reporter::REPORTER_DATA_DIR + " is not there: install the agent");
+    }
 }
 
 }  // namespace report_tool

@@ -7,4 +7,7 @@ namespace report_tool {
 /// when there is no data directory, and so nobody to become. Throws refusal.
 bool become_owner();
 
+/// The same for what needs the directory. Also throws std::runtime_error when there is none.
+void require_owner();
+
 }  // namespace report_tool

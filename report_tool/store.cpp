@@ -11,6 +11,7 @@
 #include "child.h"
 #include "configuration.h"
 #include "data_dir.h"
+#include "failure.h"
 #include "json_io.h"
 #include "lock.h"
 #include "lua_sandbox.h"
@@ -25,6 +26,7 @@ constexpr std::size_t header_size = 100;
 constexpr std::size_t write_version = 18;
 constexpr char write_ahead_log = 2;
 
+constexpr unsigned int longest_look_seconds = 60;
 // The one argument that is text.
 struct question_text {
     std::string text;
@@ -42,6 +44,15 @@ std::string first_bytes(const std::string& path, std::size_t size) {
 }
 
 }  // namespace
+
+reporter::config_helper load_device() {
+    try {
+        return reporter::load_configuration(
+            reporter::config_dir, reporter::REPORTER_DATA_DIR + "lua", {reporter::storage_script});
+    } catch (const std::exception& error) {
+        throw std::runtime_error(error.what() + std::string(see_doctor));
+    }
+}
 
 store_obstacle find_store_obstacle() {
     const std::string path = reporter::REPORTER_DATA_DIR + "db_reports";
@@ -96,15 +107,34 @@ Json::Value inspect_store(const reporter::config_helper& config, const std::stri
 }
 
 Json::Value ask_store(const std::string& question) {
-    constexpr unsigned int longest_look_seconds = 60;
-    const auto config = reporter::load_configuration(
-        reporter::config_dir, reporter::REPORTER_DATA_DIR + "lua", {reporter::storage_script});
+    const auto config = load_device();
     const held_lock lock(store_lock);
     if (const store_obstacle obstacle = find_store_obstacle(); !obstacle.cause.empty()) {
-        throw std::runtime_error(obstacle.text);
+        throw failure(obstacle.cause, obstacle.text + see_doctor);
     }
     return inspect_store(config, config.get_script(reporter::storage_script).content, question,
                          longest_look_seconds);
+}
+
+bool can_inspect() {
+    const auto config = load_device();
+    const held_lock lock(store_lock);
+    const child_answer answer = in_child(longest_look_seconds, [&] {
+        reporter::lua_sandbox sandbox(config, config.get_script(reporter::storage_script).content);
+        return std::string(sandbox.get().is_function("inspect") ? "yes" : "no");
+    });
+    if (answer.how != child_answer::end::returned) {
+        throw std::runtime_error("the storage script does not load: " + answer.text + see_doctor);
+    }
+    return answer.text == "yes";
+}
+
+std::shared_ptr<reporter::reports_storage> open_store() {
+    try {
+        return reporter::open_reports_storage(false);
+    } catch (const std::exception& error) {
+        throw std::runtime_error(error.what() + std::string(see_doctor));
+    }
 }
 
 }  // namespace report_tool

@@ -1,14 +1,21 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include <json/value.h>
 
+#include "lock.h"
+
 namespace reporter {
 class config_helper;
-}
+class reports_storage;
+}  // namespace reporter
 
 namespace report_tool {
+
+/// What to do, at the end of an error's text.
+inline constexpr const char* see_doctor = ": see what `tev-report doctor` says";
 
 /// Why the store must not be opened by who is to change nothing; empty when it may be.
 struct store_obstacle {
@@ -17,12 +24,32 @@ struct store_obstacle {
 };
 store_obstacle find_store_obstacle();
 
+/// The device's configuration with its storage script. Throws std::runtime_error.
+reporter::config_helper load_device();
+
 /// What the storage script's read-only function `inspect` answers, in at most so many seconds.
 /// Under the store's lock, and only without an obstacle. Throws std::runtime_error.
 Json::Value inspect_store(const reporter::config_helper& config, const std::string& script,
                           const std::string& question, unsigned int seconds);
 
-/// The same for the device's configuration and script, with the lock taken and an obstacle thrown.
+/// The same for the device's configuration and script, with the lock taken. Throws an
+/// obstacle as failure.
 Json::Value ask_store(const std::string& question);
+
+/// Whether the device's storage script has that function. Throws std::runtime_error when the
+/// script does not load.
+bool can_inspect();
+
+/// The device's store with the storage script's six functions, which stays open in memory. Each
+/// operation goes through in_turn(). Throws std::runtime_error.
+std::shared_ptr<reporter::reports_storage> open_store();
+
+/// Does one operation of the store, which would wait for its lock without a limit, once the lock is
+/// free: not later than in five seconds. Throws failure, like held_lock.
+template <class Operation>
+auto in_turn(Operation operation) {
+    const held_lock turn(store_lock);
+    return operation();
+}
 
 }  // namespace report_tool

@@ -1,18 +1,10 @@
-#include "support/agent_run.h"
+#include "tool.h"
 
 namespace {
 
 using namespace test_support;
 
-class records : public pass_test {
-protected:
-    static std::string output(const strings& arguments, int status = 0) {
-        child_process tool(
-            joined({"env", "LD_PRELOAD=" TEV_PRELOAD}, built_program(TEV_REPORT, arguments)));
-        EXPECT_EQ(tool.wait(), status) << tool.output();
-        return tool.output();
-    }
-};
+using records = tool_test;
 
 TEST_F(records, shows_what_passes_left_behind) {
     save(2);
@@ -24,8 +16,7 @@ TEST_F(records, shows_what_passes_left_behind) {
               "2026-Nov-24 21:05:59  sender  a::b\n");
     EXPECT_EQ(output({"stats"}).find("module  removed  sent\n     7        1     1\n\ncounted"),
               0U);
-    Json::Value accounts;
-    std::istringstream(output({"accounts", "--json"})) >> accounts;
+    const Json::Value accounts = json({"accounts"});
     EXPECT_EQ(accounts["saved"], 2);
     EXPECT_EQ(accounts["removed"], 1);
     EXPECT_EQ(accounts["stored"], 1);
