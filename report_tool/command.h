@@ -37,6 +37,7 @@ command accounts_command();
 command list_command();
 command show_command();
 command times_command();
+command plan_command();
 
 /// Wrong usage, or a user who may not run the command.
 class refusal : public std::runtime_error {

@@ -26,7 +26,7 @@ int run(int argc, char* argv[]) {
 
     const command commands[] = {doctor_command(),   stats_command(), journal_command(),
                                 accounts_command(), list_command(), show_command(),
-                                times_command()};
+                                times_command(), plan_command()};
     std::vector<std::pair<CLI::App*, const command*>> known;
     for (const command& one : commands) {
         known.emplace_back(app.add_subcommand(one.name, one.summary), &one);
