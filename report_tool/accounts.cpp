@@ -18,7 +18,7 @@ struct line {
 constexpr line lines[] = {
     {"saved", "occurrences taken"},
     {"joined", "of them counted with a stored report"},
-    {"removed", "sent, refused for good by the server, or known to it"},
+    {"removed", "sent, refused for good by the server, known to it, or removed by hand"},
     {"dropped_space", "dropped to stay within db_max_size"},
     {"dropped_age", "dropped after more than max_age_days days with a pass"},
     {"stored", "in the store now"},

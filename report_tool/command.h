@@ -38,6 +38,9 @@ command list_command();
 command show_command();
 command times_command();
 command plan_command();
+command save_command();
+command remove_command();
+command export_command();
 
 /// Wrong usage, or a user who may not run the command.
 class refusal : public std::runtime_error {
