@@ -40,6 +40,7 @@ int export_reports(const export_options& options) {
     const auto store = open_look(options.wanted.yes);
     const std::vector<Json::Value> rows = options.wanted.reports_of(*store);
     std::vector<unsigned int> ids;
+    ids.reserve(rows.size());
     for (const Json::Value& row : rows) {
         ids.push_back(row["id"].asUInt());
     }

@@ -56,30 +56,41 @@ bool is_confirmed(std::size_t reports) {
     return answer == "y" || answer == "yes";
 }
 
+unsigned int remove_report(reporter::reports_storage& store, unsigned int id) {
+    const auto removed = in_turn([&] { return store.remove_report(id); });
+    if (removed.empty()) {
+        throw std::runtime_error("report " + std::to_string(id) +
+                                 " could not be removed: with --log the platform's log says why");
+    }
+    return removed.front().second;
+}
+
+// Up to the first that cannot be removed.
 int remove_reports(const std::vector<unsigned int>& ids, const common_options& options) {
     const auto store = open_store();
     progress shown(ids.size(), ids.size());
     Json::Value all(Json::arrayValue);
-    for (const unsigned int id : ids) {
-        const auto removed = in_turn([&] { return store->remove_report(id); });
-        if (removed.empty()) {
-            throw std::runtime_error(
-                "report " + std::to_string(id) +
-                " could not be removed: with --log the platform's log says why");
+    int status = done;
+    try {
+        for (const unsigned int id : ids) {
+            Json::Value entry;
+            entry["id"] = id;
+            entry["occurrences"] = remove_report(*store, id);
+            all.append(entry);
+            if (!options.json) {
+                std::cout << "removed " << id << ", "
+                          << counted(entry["occurrences"].asUInt(), "occurrence") << '\n';
+            }
+            shown.step();
         }
-        Json::Value& entry = all.append(Json::objectValue);
-        entry["id"] = id;
-        entry["occurrences"] = removed.front().second;
-        if (!options.json) {
-            std::cout << "removed " << id << ", " << counted(removed.front().second, "occurrence")
-                      << '\n';
-        }
-        shown.step();
+    } catch (const std::exception& error) {
+        std::cerr << "tev-report: " << error.what() << '\n';
+        status = failed;
     }
     if (options.json) {
         print_json(all);
     }
-    return done;
+    return status;
 }
 
 int remove(const remove_options& wanted, const common_options& options) {
