@@ -10,6 +10,7 @@
 #include "json_io.h"
 #include "lua/lua_state.h"
 #include "output.h"
+#include "progress.h"
 #include "storage/reports_storage.h"
 #include "store.h"
 
@@ -89,10 +90,13 @@ public:
     std::vector<Json::Value> reports() override {
         std::vector<Json::Value> reports;
         for (const long time : all_times()) {
-            read(ids_of(time), [&](unsigned int id, const std::string* text) {
+            const std::vector<unsigned int> ids = ids_of(time);
+            progress shown(ids.size(), ids.size());
+            read(ids, [&](unsigned int id, const std::string* text) {
                 if (text != nullptr) {
                     reports.push_back(row_of(id, time, *text));
                 }
+                shown.step();
             });
         }
         return reports;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 
 #include "child.h"
@@ -41,6 +42,22 @@ std::string first_bytes(const std::string& path, std::size_t size) {
     file.read(bytes.data(), static_cast<std::streamsize>(size));
     bytes.resize(static_cast<std::size_t>(file.gcount()));
     return bytes;
+}
+
+// What the work with the storage script gives.
+std::string ask_child(unsigned int seconds, const std::function<std::string()>& work) {
+    const child_answer answer = in_child(seconds, work);
+    switch (answer.how) {
+        case child_answer::end::too_late:
+            throw std::runtime_error("no answer within " + std::to_string(seconds) + " s");
+        case child_answer::end::died:
+            throw std::runtime_error("the storage script ended the process");
+        case child_answer::end::threw:
+            throw std::runtime_error(answer.text);
+        case child_answer::end::returned:
+            break;
+    }
+    return answer.text;
 }
 
 }  // namespace
@@ -80,7 +97,7 @@ store_obstacle find_store_obstacle() {
 
 Json::Value inspect_store(const reporter::config_helper& config, const std::string& script,
                           const std::string& question, unsigned int seconds) {
-    const child_answer answer = in_child(seconds, [&] {
+    const std::string answer = ask_child(seconds, [&] {
         reporter::lua_sandbox sandbox(config, script);
         if (!sandbox.get().is_function("inspect")) {
             throw std::runtime_error(
@@ -89,17 +106,7 @@ Json::Value inspect_store(const reporter::config_helper& config, const std::stri
         return sandbox.get().call<std::string>("inspect", question_text{question});
     });
     Json::Value content;
-    switch (answer.how) {
-        case child_answer::end::too_late:
-            throw std::runtime_error("no answer within " + std::to_string(seconds) + " s");
-        case child_answer::end::died:
-            throw std::runtime_error("the storage script ended the process");
-        case child_answer::end::threw:
-            throw std::runtime_error(answer.text);
-        case child_answer::end::returned:
-            break;
-    }
-    if (!reporter::json_read(answer.text, content, reporter::json_comments::skip) ||
+    if (!reporter::json_read(answer, content, reporter::json_comments::skip) ||
         !content.isObject()) {
         throw std::runtime_error("the storage script's answer is no JSON object");
     }
@@ -119,14 +126,11 @@ Json::Value ask_store(const std::string& question) {
 bool can_inspect() {
     const auto config = load_device();
     const held_lock lock(store_lock);
-    const child_answer answer = in_child(longest_look_seconds, [&] {
-        reporter::lua_sandbox sandbox(config, config.get_script(reporter::storage_script).content);
-        return std::string(sandbox.get().is_function("inspect") ? "yes" : "no");
-    });
-    if (answer.how != child_answer::end::returned) {
-        throw std::runtime_error("the storage script does not load: " + answer.text + see_doctor);
-    }
-    return answer.text == "yes";
+    return ask_child(longest_look_seconds, [&] {
+               const std::string script = config.get_script(reporter::storage_script).content;
+               reporter::lua_sandbox sandbox(config, script);
+               return std::string(sandbox.get().is_function("inspect") ? "yes" : "no");
+           }) == "yes";
 }
 
 std::shared_ptr<reporter::reports_storage> open_store() {

@@ -1,4 +1,8 @@
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
+
+#include <list>
 #include <regex>
 
 #include "file_lock.h"
@@ -81,6 +85,8 @@ TEST_F(store_commands, foretell_a_pass) {
     query(
         "UPDATE batches SET batch = batch + 90000 * 262144 WHERE first_id = "
         "(SELECT max(first_id) FROM batches)");
+    // A second must not begin between the agent's look at the clock and the script's.
+    setenv("TEV_CLOCK", std::to_string(std::time(nullptr) + 60).c_str(), 1);
     const Json::Value plan = look({"plan"});
     EXPECT_EQ(plan["dropped_reports"], 2);
 
@@ -97,7 +103,10 @@ TEST_F(store_commands, foretell_a_pass) {
         }
     }
     EXPECT_EQ(ids.size(), 9U);
-    const pass done = run_pass();
+    strings command = agent();
+    command[2] = "LD_PRELOAD=" TEV_PRELOAD;
+    const pass done = end_of(child_process(command));
+    unsetenv("TEV_CLOCK");
     EXPECT_EQ(requests(), requests_wanted);
     EXPECT_EQ(done.missing(sizes), "");
     EXPECT_EQ(done.count("I slow down"), plan["pauses"].asInt());
@@ -147,6 +156,28 @@ TEST_F(store_commands, go_through_the_six_functions_only_with_leave) {
     EXPECT_EQ(listed_again, listed);
     expect_error({"show", "1", "--yes"}, "no report has the id 1: ");
     EXPECT_EQ(json({"remove", listed[0]["id"].asString(), "--yes"})[0]["occurrences"], 1);
+}
+
+TEST_F(store_commands, work_beside_a_pass_and_each_other) {
+    use_collector();
+    save(5);
+    const std::string id = query("SELECT max(id) FROM reports");
+    const strings saving = {"save", "--module", "1", "--type", "1", "/etc/passwd", "/etc/group"};
+    std::list<child_process> tools;
+    child_process sending(agent());
+    for (const strings& command : std::vector<strings>{
+             saving, {"list"}, {"export"}, {"remove", id, "--yes"}, {"times"}, saving, {"plan"}}) {
+        tools.emplace_back(built_program(TEV_REPORT, command));  // waits its turns in earnest
+    }
+    EXPECT_EQ(end_of(std::move(sending)).status, 0);
+    int failures = 0;
+    for (child_process& tool : tools) {
+        failures += tool.wait();
+    }
+    EXPECT_LE(failures, 1);  // the removal comes too late where the pass was first
+    const Json::Value accounts = json({"accounts"});
+    EXPECT_EQ(accounts["saved"], 9);
+    EXPECT_EQ(accounts["removed"].asInt() + accounts["stored"].asInt(), 9);
 }
 
 TEST_F(store_commands, refuse_what_cannot_be_done) {
