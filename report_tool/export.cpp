@@ -49,6 +49,7 @@ int export_reports(const export_options& options) {
     progress shown(ids.size(), store->calls_for(ids.size()));
     store->read(ids, [&](unsigned int id, const std::string* text) {
         const Json::Value& row = rows[at++];
+        shown.clear();
         // One that is gone meanwhile was sent.
         if (text != nullptr && !print_line(id, row["time"], *text, options.content)) {
             whole = false;

@@ -41,8 +41,12 @@ progress::progress(std::size_t steps, std::size_t calls)
 }
 
 progress::~progress() {
+    clear();
+}
+
+void progress::clear() const {
     if (_shown) {
-        std::cerr << "\r\033[K";
+        std::cerr << "\r\033[K" << std::flush;
     }
 }
 
@@ -51,8 +55,9 @@ void progress::step() {
     if (_shown) {
         const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - _begin;
         const auto left = static_cast<double>(_steps - _done) / static_cast<double>(_done);
-        std::cerr << "\r\033[K" << _done << " of " << _steps << ", "
-                  << readable_duration(spent.count() * left) << " left" << std::flush;
+        clear();
+        std::cerr << _done << " of " << _steps << ", " << readable_duration(spent.count() * left)
+                  << " left" << std::flush;
     }
 }
 

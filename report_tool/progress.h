@@ -17,6 +17,8 @@ public:
 
     /// One more step is done.
     void step();
+    /// Makes room for a line of output.
+    void clear() const;
 
 private:
     std::size_t _steps;

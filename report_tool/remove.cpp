@@ -77,6 +77,7 @@ int remove_reports(const std::vector<unsigned int>& ids, const common_options& o
             entry["id"] = id;
             entry["occurrences"] = remove_report(*store, id);
             all.append(entry);
+            shown.clear();
             if (!options.json) {
                 std::cout << "removed " << id << ", "
                           << counted(entry["occurrences"].asUInt(), "occurrence") << '\n';

@@ -72,6 +72,7 @@ int save(const save_options& wanted, const common_options& options) {
     for (const std::string& name : wanted.files) {
         try {
             const Json::Value& saved = all.append(save_file(*store, wanted, name));
+            shown.clear();
             if (saved["id"] == 0) {
                 throw std::runtime_error(name + " was refused, as the store has no room for " +
                                          readable_size(saved["size"].asDouble()) +
