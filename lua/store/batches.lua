@@ -26,17 +26,15 @@ local function next_batch(time)
     batches_of(time))
 end
 
--- The state of the store, with the newest batch while it takes reports.
+-- The state of the store. `batch` is the newest one while it takes reports: neither sealed nor ended, as a moved one is.
 local function read_state()
-  local state = database.row("SELECT " .. wide("next_id, latest_day, listed_days, newest_batch, sealed")
-    .. " FROM accounts LEFT JOIN batches ON batch = newest_batch WHERE one = 1")
-  state.open = state.sealed == 0
-  return state
+  return database.row("SELECT " .. wide("next_id, latest_day, listed_days, newest_batch, batch") .. " FROM accounts "
+    .. "LEFT JOIN batches ON batch = newest_batch AND sealed = 0 AND last_id = %.0f WHERE one = 1", NO_LAST_ID)
 end
 
 -- A report that is due at once gets the time of the open batch, so that it can join and the times stay few.
 local function dispatch_time(state, now)
-  local last = state.open and time_of(state.newest_batch)
+  local last = state.batch and time_of(state.batch)
   if last and last <= now and read_schedule().period == 0 then return last end
   return next_dispatch_time(now)
 end
@@ -44,8 +42,9 @@ end
 -- The newest batch if it takes reports of this time, or else a new one. A new one ends the range of the newest, and
 -- removes the batches that dropping for space has emptied.
 local function batch_for(state, time)
-  if state.open and time_of(state.newest_batch) == time then return state.newest_batch end
-  database.execute("UPDATE batches SET last_id = %.0f WHERE batch = %.0f", state.next_id - 1, state.newest_batch)
+  if state.batch and time_of(state.batch) == time then return state.batch end
+  database.execute("UPDATE batches SET last_id = min(last_id, %.0f) WHERE batch = %.0f", state.next_id - 1,
+    state.newest_batch)
   database.execute("DELETE FROM batches WHERE batch >= %.0f AND last_id < (SELECT id FROM reports WHERE id > 0 "
     .. "ORDER BY id LIMIT 1)", BATCH_BASE)
   local batch = database.number("SELECT %s + 0.0", next_batch(time))
@@ -56,14 +55,17 @@ local function batch_for(state, time)
 end
 
 -- A key of `alike` is a digit that tells the two kinds apart and 60 bits of a hash. In Lua it is text.
+local function alike_key(kind, text)
+  return "0x" .. kind .. string.sub(sha256(text), 1, 15)
+end
+
 local function like_key(report, time)
   if report.aggregationid == 0 then return nil end
-  local parts = { whole(time), report.module, report.type, whole(report.aggregationid) }
-  return "0x5" .. string.sub(sha256(table.concat(parts, " ")), 1, 15)
+  return alike_key(5, string.format("%.0f %d %d %.0f", time, report.module, report.type, report.aggregationid))
 end
 
 local function file_key(caller, filehash)
-  return "0x6" .. string.sub(sha256(sha256(caller) .. sha256(filehash)), 1, 15)
+  return alike_key(6, sha256(caller) .. sha256(filehash))
 end
 
 -- The file key of a content that is a JSON object with both names, else nil. Most contents lack the names and are
@@ -80,11 +82,11 @@ local function file_key_of(content)
 end
 
 -- Id and count of the newest report under a key, nil when it is sealed or gone.
-local function find_alike(key, condition)
+local function find_alike(key)
   return database.row("SELECT reports.id + 0.0 AS id, count + 0.0 AS count FROM alike "
     .. "CROSS JOIN batches ON batches.batch = alike.batch AND sealed = 0 "
     .. "CROSS JOIN reports ON reports.id = alike.id AND reports.id BETWEEN first_id AND last_id "
-    .. "WHERE key = " .. key .. condition)
+    .. "WHERE key = " .. key)
 end
 
 local function join(id, now)
@@ -106,12 +108,12 @@ local function delete_report(id, name)
   return report.count
 end
 
--- Deletes the reports that next_id names, one after the other, until `wanted` pages are free or it names none.
+-- Deletes the reports that a query names, one after the other, until `wanted` pages are free or it names none.
 -- Returns the numbers of reports and of occurrences that went.
-local function drop(next_id, wanted, name)
+local function drop(query, wanted, name)
   local reports, occurrences = 0, 0
   while free_pages() < wanted do
-    local id = next_id()
+    local id = database.number(query)
     if not id then break end
     reports, occurrences = reports + 1, occurrences + delete_report(id, name)
   end

@@ -3,8 +3,8 @@
 -- How long a call waits for another SQLite client before it fails with "database is locked".
 local BUSY_WAIT_MS = 2000
 
--- Pages of the smallest bound that is of use; a smaller "db_max_size" counts as this.
-local LEAST_LIMIT = 64
+-- Pages of the smallest bound that is of use, and of none; a smaller "db_max_size" counts as the former.
+local LEAST_LIMIT, NO_LIMIT = 64, 1073741823
 
 -- Pages that a store without reports holds: the header, the pointer map and the root of each table.
 local EMPTY_PAGES = 8
@@ -15,25 +15,28 @@ local SHRINK_KEEP = 8
 -- Pages given back to the file system by one transaction, and how many of these may follow a call.
 local SHRINK_STEP, SHRINK_ROUNDS = 16, 2
 
-local FOREIGN = "not a report store: "
+-- What a failure means, by what its message begins with or holds. Only damage and a foreign store make way for a fresh
+-- one: being busy, full, read-only or on a failing disk may pass. A store is foreign when a statement misses a table or
+-- a column, or finds it twice.
+local FULL, DAMAGE = { "database or disk is full" }, { "malformed", "not a database" }
+local FOREIGN = { "^not a report store", "^no such table: ", "^no such column: ", " has no column named ",
+  "^ambiguous column name: " }
 
-local function is_full(message)
-  return string.find(message, "database or disk is full", 1, true) ~= nil
+local function means(message, patterns)
+  for at = 1, #patterns do
+    if string.find(message, patterns[at]) then return true end
+  end
+  return false
 end
 
--- Only these messages mean that the file is lost. Being busy, full, read-only or on a failing disk may pass.
-local function is_damage(message)
-  return string.find(message, "malformed", 1, true) ~= nil or string.find(message, "not a database", 1, true) ~= nil
+local function is_lost(message)
+  return means(message, DAMAGE) or means(message, FOREIGN)
 end
 
-local function is_foreign(message)
-  return string.find(message, FOREIGN, 1, true) ~= nil
-end
-
--- The bound of the file in pages, 0 for none.
+-- The bound of the file in pages.
 local function page_limit()
   local size = unsigned(DB_MAX_SIZE)
-  return size > 0 and math.max(math.floor(size / PAGE_SIZE), LEAST_LIMIT) or 0
+  return size == 0 and NO_LIMIT or math.max(math.floor(size / PAGE_SIZE), LEAST_LIMIT)
 end
 
 local function page_count()
@@ -66,7 +69,7 @@ end
 -- mode PERSIST overwrites it in place. It grows by a transaction that journals so many pages: a filler is written and
 -- then deleted under secure_delete, which journals and wipes each of its pages. They are given back at once.
 local function grow_journal(pages)
-  database.number("PRAGMA max_page_count = 1073741823")
+  database.number("PRAGMA max_page_count = %d", NO_LIMIT)
   database.execute("BEGIN IMMEDIATE")
   account("journal_pages = 0")
   database.execute("DELETE FROM filler WHERE id = 1")
@@ -115,28 +118,20 @@ local function connect()
   database.row("PRAGMA cache_size = -256")
 end
 
--- Refuses a store without a column that is used, or with one of the same name in two tables.
-local function check_columns()
-  local complete, message = pcall(database.row, USED)
-  if complete then return end
-  local other = string.find(message, "^no such ") or string.find(message, "^ambiguous ")
-  error((other and FOREIGN or "") .. message, 0)
-end
-
 -- Refuses what is not this script's store, and brings what is to the newest version. A file without tables is
 -- fresh, also one that was begun when the process was killed.
 local function recognise()
+  local ours = database.number("PRAGMA application_id") == APPLICATION_ID
   local version = database.number("PRAGMA user_version")
-  if database.number("PRAGMA application_id") ~= APPLICATION_ID then
-    if database.number("SELECT count(*) FROM sqlite_master") > 0 then error(FOREIGN .. "another application's", 0) end
-    version = 0
-  elseif version < 1 then
-    error(FOREIGN .. "of version " .. version, 0)
+  if not ours and database.number("SELECT count(*) FROM sqlite_master") == 0 then
+    migrate(0)
+  elseif not ours or version < 1 then
+    error("not a report store", 0)
   elseif version > #VERSIONS then
     error("of version " .. version .. ", newer than this script's " .. #VERSIONS, 0)
+  elseif version < #VERSIONS then
+    migrate(version)
   end
-  if version < #VERSIONS then migrate(version) end
-  check_columns()
 end
 
 -- Opens the database if it is not open. Each call looks for the journal, as another SQLite client that writes deletes
@@ -157,7 +152,7 @@ local function open()
   end
   if not journal then database.row("PRAGMA journal_mode = DELETE") end
   local message = keep_bounds(journal and kept or 0)
-  if message and is_damage(message) then error(message, 0) end
+  if message and is_lost(message) then error(message, 0) end
 end
 
 local function close()
@@ -168,11 +163,11 @@ end
 -- Pages to give back: what is free beyond the bound, or all but some once a quarter of the file is free.
 local function surplus()
   local free, pages, limit = free_pages(), page_count(), page_limit()
-  if limit > 0 and pages > limit then return math.min(free, pages - limit) end
+  if pages > limit then return math.min(free, pages - limit) end
   return free * 4 >= pages and free - SHRINK_KEEP or 0
 end
 
-local function shrink()
+local function give_back()
   for _ = 1, SHRINK_ROUNDS do
     local pages = math.min(surplus(), SHRINK_STEP)
     if pages < 1 then return end
@@ -182,12 +177,16 @@ local function shrink()
   end
 end
 
--- Runs body in a transaction. Shrinking comes after it, so that its failure undoes nothing.
+-- Shrinking fails no call.
+local function shrink()
+  if not pcall(give_back) then pcall(database.execute, "ROLLBACK") end
+end
+
 local function transaction(body)
   database.execute("BEGIN IMMEDIATE")
   local result = body()
   database.execute("COMMIT")
-  if not pcall(shrink) then pcall(database.execute, "ROLLBACK") end
+  shrink()
   return result
 end
 
@@ -208,7 +207,7 @@ local function set_aside(message)
   local known, times = pcall(function() return database.number("SELECT set_aside FROM accounts WHERE one = 1") end)
   times_set_aside = (known and times or times_set_aside) + 1
   close()
-  local kept = name_aside(is_damage(message))
+  local kept = name_aside(means(message, DAMAGE))
   ERROR("report store is set aside, " .. (kept and "kept as " .. kept or "not kept") .. ": " .. message)
   local suffixes = { "-journal", "-wal", "-shm", "" }
   for at = 1, #suffixes do
@@ -222,18 +221,18 @@ local function set_aside(message)
   end
 end
 
+local function attempt(operation, ...)
+  open()
+  return operation(...)
+end
+
 -- Runs one call. When the database turns out damaged or foreign, runs it once more on a fresh one. After a failure the
 -- connection is closed, so that nothing half done stays.
 local function serve(operation, ...)
-  local arguments = { ... }
-  local function attempt()
-    open()
-    return operation(unpack(arguments))
-  end
-  local done, result = pcall(attempt)
-  if not done and (is_damage(result) or is_foreign(result)) then
+  local done, result = pcall(attempt, operation, ...)
+  if not done and is_lost(result) then
     done, result = pcall(set_aside, result)
-    if done then done, result = pcall(attempt) end
+    if done then done, result = pcall(attempt, operation, ...) end
   end
   if not done then
     close()

@@ -15,13 +15,12 @@ end
 
 local function describe()
   local answer = { version = database.number("PRAGMA user_version"), newest_version = #VERSIONS,
-    size = page_count() * PAGE_SIZE, free = free_pages() * PAGE_SIZE, limit = page_limit() * PAGE_SIZE }
+    size = page_count() * PAGE_SIZE, free = free_pages() * PAGE_SIZE, limit = page_limit() % NO_LIMIT * PAGE_SIZE }
   if database.number("PRAGMA application_id") ~= APPLICATION_ID then
-    error(FOREIGN .. "another application's", 0)
+    error("not a report store", 0)
   elseif answer.version ~= #VERSIONS then
     return answer
   end
-  check_columns()
   answer.accounts = database.row("SELECT " .. wide("saved, joined, removed, dropped_space, dropped_age, refused, "
     .. "set_aside") .. " FROM accounts WHERE one = 1")
   answer.stored = database.number("SELECT total(count) FROM reports")
@@ -123,6 +122,6 @@ function inspect(question)
     return QUESTIONS[word](about)
   end)
   close()
-  if not done then answer = { error = answer, foreign = is_foreign(answer), damaged = is_damage(answer) } end
+  if not done then answer = { error = answer, foreign = means(answer, FOREIGN), damaged = means(answer, DAMAGE) } end
   return json.encode(answer)
 end

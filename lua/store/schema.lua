@@ -47,13 +47,6 @@ local VERSIONS = {
   },
 }
 
--- Every column that this script uses. A store without one of them is not ours.
-local USED = [[SELECT one, saved, joined, removed, dropped_space, dropped_age, refused, set_aside, next_id, newest_batch,
-  latest_day, listed_days, journal_pages, store, batches.batch, first_id, last_id, sealed, reports.id, module, type,
-  aggregationid, count, first_time, last_time, day, like_key, file_key, contents.id, size, sha256, contents.body,
-  alike.key, alike.id, alike.batch, filler.id, filler.body FROM accounts, batches, reports, contents, alike, filler
-  LIMIT 0]]
-
 local database
 local times_set_aside = 0
 
