@@ -12,7 +12,7 @@ end
 local OLDEST = "SELECT id + 0.0 FROM reports WHERE id > 0 ORDER BY id LIMIT 1"
 
 -- Drops the oldest reports until `need` pages fit within the bound; returns what went. A file above its bound also
--- loses what the call gives back, but no more. Nil when the pages would not fit an empty store either.
+-- loses what the call gives back, but no more. Nil when the pages would not fit an empty store.
 local function make_room(need)
   local limit = page_limit()
   if limit == LEAST_LIMIT and unsigned(DB_MAX_SIZE) < LEAST_LIMIT * PAGE_SIZE then
@@ -20,8 +20,7 @@ local function make_room(need)
   end
   if need > limit - EMPTY_PAGES then return nil end
   local wanted = need + math.min(page_count() - limit, SHRINK_ROUNDS * SHRINK_STEP)
-  local dropped = drop(OLDEST, wanted, "dropped_space")
-  return free_pages() >= wanted and dropped or nil
+  return drop(OLDEST, wanted, "dropped_space")
 end
 
 local function insert_report(state, report, new)
@@ -53,8 +52,6 @@ local function store_report(report)
     new.file_key = file_key_of(report.content)
     dropped = make_room(pages_for(#new.body))
     if dropped then return insert_report(state, report, new) end
-    database.execute("ROLLBACK")
-    database.execute("BEGIN IMMEDIATE")
     account("refused = refused + 1")
     return 0
   end)
