@@ -107,12 +107,12 @@ end
 -- written back and deleted each time, which costs more syncs than it saves and keeps no room. With FULL a commit is
 -- durable: the journal's header is overwritten and synced.
 -- The first statement that reads the file rolls back what a killed process left. The journal mode cannot be set before
--- that, and the default one would delete the journal file; under EXCLUSIVE locking it stays.
+-- that, and the default one would delete the journal file; under EXCLUSIVE locking it stays. Until `open` ends that,
+-- all that is read is read under one lock, instead of taking it and looking for the journal for each statement.
 local function connect()
   database = sqlite3.open(PATH_TO_DB, BUSY_WAIT_MS)
   database.row("PRAGMA locking_mode = EXCLUSIVE")
   database.row("PRAGMA journal_mode = PERSIST")
-  database.row("PRAGMA locking_mode = NORMAL")
   database.row("PRAGMA synchronous = FULL")
   database.row("PRAGMA temp_store = MEMORY")
   database.row("PRAGMA cache_size = -256")
@@ -150,6 +150,7 @@ local function open()
     begin_accounts()
     database.execute("COMMIT")
   end
+  database.row("PRAGMA locking_mode = NORMAL")
   if not journal then database.row("PRAGMA journal_mode = DELETE") end
   local message = keep_bounds(journal and kept or 0)
   if message and is_lost(message) then error(message, 0) end
@@ -182,11 +183,12 @@ local function shrink()
   if not pcall(give_back) then pcall(database.execute, "ROLLBACK") end
 end
 
+-- Runs body in a transaction. Shrinking comes after it, so that its failure undoes nothing.
 local function transaction(body)
   database.execute("BEGIN IMMEDIATE")
-  local result = body()
+  local result, pages = body(), surplus()
   database.execute("COMMIT")
-  shrink()
+  if pages > 0 then shrink() end
   return result
 end
 
