@@ -145,11 +145,7 @@ local function open()
     recognise()
   end
   local kept = database.number("SELECT journal_pages FROM accounts WHERE one = 1")
-  if not kept then
-    database.execute("BEGIN IMMEDIATE")
-    begin_accounts()
-    database.execute("COMMIT")
-  end
+  if not kept then begin_accounts() end
   database.row("PRAGMA locking_mode = NORMAL")
   if not journal then database.row("PRAGMA journal_mode = DELETE") end
   local message = keep_bounds(journal and kept or 0)

@@ -15,7 +15,8 @@ end
 
 local function describe()
   local answer = { version = database.number("PRAGMA user_version"), newest_version = #VERSIONS,
-    size = page_count() * PAGE_SIZE, free = free_pages() * PAGE_SIZE, limit = page_limit() % NO_LIMIT * PAGE_SIZE }
+    size = page_count() * PAGE_SIZE, free = free_pages() * PAGE_SIZE,
+    limit = page_limit() < NO_LIMIT and page_limit() * PAGE_SIZE or 0 }
   if database.number("PRAGMA application_id") ~= APPLICATION_ID then
     error("not a report store", 0)
   elseif answer.version ~= #VERSIONS then

@@ -58,27 +58,25 @@ end
 -- Begins the accounts with what is stored, in a fresh store or where they were lost. Ids go on above the highest, and
 -- no batch goes on.
 local function begin_accounts()
+  database.execute("BEGIN IMMEDIATE")
   database.execute("INSERT INTO accounts(one, saved, listed_days, set_aside, next_id, store) "
     .. "SELECT 1, total(count), coalesce(max(day), 0), %d, max(coalesce(max(id) + 1, 0), %d + abs(random() %% %d)), "
     .. "lower(hex(randomblob(16))) FROM reports WHERE id > 0", times_set_aside, LOWEST_ID, ID_SPREAD)
   database.execute("UPDATE batches SET last_id = min(last_id, (SELECT next_id - 1 FROM accounts WHERE one = 1)) "
     .. "WHERE batch >= %.0f", BATCH_BASE)
+  database.execute("COMMIT")
 end
 
--- Brings the store from a version, 0 for an empty file, to the newest one.
+-- Brings the store from a version, 0 for an empty file, to the newest one. The first two settings say nothing to a file
+-- that has tables.
 local function migrate(version)
-  if version == 0 then
-    database.row("PRAGMA page_size = %d", PAGE_SIZE)
-    database.row("PRAGMA auto_vacuum = INCREMENTAL")
-  end
+  database.row("PRAGMA page_size = %d", PAGE_SIZE)
+  database.row("PRAGMA auto_vacuum = INCREMENTAL")
   database.execute("BEGIN IMMEDIATE")
   for step = version + 1, #VERSIONS do
     for at = 1, #VERSIONS[step] do database.execute(VERSIONS[step][at]) end
   end
-  if version == 0 then
-    database.execute("PRAGMA application_id = %d", APPLICATION_ID)
-    begin_accounts()
-  end
+  database.execute("PRAGMA application_id = %d", APPLICATION_ID)
   database.execute("PRAGMA user_version = %d", #VERSIONS)
   database.execute("COMMIT")
 end
