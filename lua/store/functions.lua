@@ -167,8 +167,8 @@ local function remove(id)
 end
 
 function save_report(report)
-  local stored, result = pcall(serve, store_report, { module = report.module, type = report.type,
-    aggregationid = unsigned(report.aggregationid), content = report.content })
+  report.aggregationid = unsigned(report.aggregationid)
+  local stored, result = pcall(serve, store_report, report)
   if stored then return result end
   if not means(result, FULL) then error(result, 0) end
   WARN("report refused, " .. result)
