@@ -108,14 +108,16 @@ local function delete_report(id, name)
   return report.count
 end
 
--- Deletes the reports that a query names, one after the other, until `wanted` pages are free or it names none.
+-- Deletes the reports that a query names, one after the other, until `wanted` pages are free or it names none. The query
+-- goes on from the place that it named with the last report, so that it passes nothing twice.
 -- Returns the numbers of reports and of occurrences that went.
 local function drop(query, wanted, name)
-  local reports, occurrences = 0, 0
+  local reports, occurrences, place = 0, 0, 1
   while free_pages() < wanted do
-    local id = database.number(query)
-    if not id then break end
-    reports, occurrences = reports + 1, occurrences + delete_report(id, name)
+    local report = database.row(query, place)
+    if not report then break end
+    place = report.place
+    reports, occurrences = reports + 1, occurrences + delete_report(report.id, name)
   end
   return { reports = reports, occurrences = occurrences }
 end

@@ -9,7 +9,7 @@ local function pages_for(length)
   return own + math.ceil(own / math.floor(PAGE_SIZE / 5)) + 20
 end
 
-local OLDEST = "SELECT id + 0.0 FROM reports WHERE id > 0 ORDER BY id LIMIT 1"
+local OLDEST = "SELECT id + 0.0 AS id, id + 0.0 AS place FROM reports WHERE id >= %.0f ORDER BY reports.id LIMIT 1"
 
 -- Drops the oldest reports until `need` pages fit within the bound; returns what went. A file above its bound also
 -- loses what the call gives back, but no more. Nil when the pages would not fit an empty store.
@@ -96,9 +96,9 @@ end
 -- The first report that a sender had and that came before a day. Reports of a batch came in the order of their ids, so
 -- one seek in each is enough.
 local function aged_before(day)
-  return "SELECT reports.id + 0.0 FROM batches CROSS JOIN reports ON reports.id = (SELECT id FROM reports WHERE id "
-    .. "BETWEEN first_id AND last_id ORDER BY id LIMIT 1) AND day < " .. whole(day) .. " WHERE batches.batch >= "
-    .. whole(BATCH_BASE) .. " AND sealed = 1 ORDER BY batches.batch LIMIT 1"
+  return "SELECT reports.id + 0.0 AS id, batch + 0.0 AS place FROM batches CROSS JOIN reports ON reports.id = "
+    .. "(SELECT id FROM reports WHERE id BETWEEN first_id AND last_id ORDER BY id LIMIT 1) AND day < " .. whole(day)
+    .. " WHERE batches.batch >= %.0f AND sealed = 1 ORDER BY batches.batch LIMIT 1"
 end
 
 -- Counts the UTC days under which times were listed; a day counts when it is later than all counted before. A report
@@ -109,7 +109,7 @@ local function list_times()
   local now, most, state = get_timestamp(), setting("max_age_days"), read_state()
   local day, times, mend = math.floor(now / DAY), survey(now)
   local aged = aged_before(most > 0 and state.listed_days - most or 0)
-  if #mend == 0 and day <= state.latest_day and not database.number(aged) then
+  if #mend == 0 and day <= state.latest_day and not database.row(aged, 1) then
     shrink()
     return times
   end
