@@ -1,6 +1,10 @@
 // The class report_sender_module_policy, last of four files: the text of its requests.
 #include "modules/request.h"
 
+#include <malloc.h>
+
+#include <algorithm>
+#include <iterator>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -18,24 +22,55 @@ namespace {
 
 constexpr const char* agent_version = TEV_VERSION;
 
+// Bytes of text that are written before the memory of the reports in it goes back to the system.
+constexpr std::size_t trim_interval = 32768;
+
 // What the statistics need of a report once it is sent.
 Json::Value summary_of(const Json::Value& report) {
     Json::Value summary(Json::objectValue);
     for (const char* name : {"_ID", "type", "count", "module"}) {
-        summary[name] = report[name];
+        // The name as it stands, or each summary would hold a copy.
+        summary[Json::StaticString(name)] = report[name];
     }
     return summary;
 }
 
-// Moves each report into the body and leaves its summary behind, so that a chunk is in memory once.
-Json::Value create_body(std::vector<Json::Value>& reports) {
-    REPORTER_INFO("documents: ");
-    Json::Value body(Json::arrayValue);
-    for (auto& report : reports) {
-        Json::Value summary = summary_of(report);
-        body.append(std::exchange(report, std::move(summary)));
+// Without the newline that ends a document.
+std::string compact_member(const Json::Value& value) {
+    std::string text = json_compact(value);
+    text.pop_back();
+    return text;
+}
+
+std::size_t size_of_members(const std::vector<Json::Value>& values) {
+    std::size_t size = 0;
+    for (const auto& value : values) {
+        size += compact_member(value).size() + 1;
     }
-    return body;
+    return size;
+}
+
+// Appends the reports to the text and leaves their summaries. A report is freed as soon as it is
+// written. The summaries are made before, all together: in the gaps that the reports leave they
+// would keep every page in use.
+void create_body(std::vector<Json::Value>& reports, std::string& text) {
+    REPORTER_INFO("documents: ");
+    std::vector<Json::Value> summaries;
+    summaries.reserve(reports.size());
+    std::transform(reports.begin(), reports.end(), std::back_inserter(summaries), summary_of);
+    const char* separator = "";
+    std::size_t trimmed_at = 0;
+    for (auto& report : reports) {
+        text.append(separator).append(compact_member(report));
+        separator = ",";
+        report = Json::Value();
+        if (text.size() - trimmed_at >= trim_interval) {
+            malloc_trim(0);
+            trimmed_at = text.size();
+        }
+    }
+    malloc_trim(0);
+    reports = std::move(summaries);
 }
 
 }  // namespace
@@ -71,11 +106,17 @@ Json::Value report_sender_module_policy::create_header() const {
     return header;
 }
 
+// The text is what json_compact makes of the whole request. Written by parts, into room of its
+// size, it is in memory once.
 std::string report_sender_module_policy::build_request(std::vector<Json::Value>& reports) const {
-    Json::Value request(Json::objectValue);
-    request["header"] = create_header();
-    request["body"] = create_body(reports);
-    return json_compact(request);
+    constexpr const char *begin = R"({"body":[)", *middle = R"(],"header":)", *end = "}\n";
+    const std::string header = compact_member(create_header());
+    std::string text;
+    text.reserve(32 + size_of_members(reports) + header.size());
+    text += begin;
+    create_body(reports, text);
+    text.append(middle).append(header).append(end);
+    return text;
 }
 
 std::string report_sender_module_policy::build_request(
