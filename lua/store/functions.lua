@@ -146,6 +146,11 @@ local function bounded(number, least, most)
   return math.max(least, math.min(most, number or least))
 end
 
+-- The text without what a damaged row may have beside Base64. To look first takes a fraction of the time.
+local function base64_only(text)
+  return string.find(text, "^[%w+/=]*$") and text or string.gsub(text, "[^%w+/=]", "")
+end
+
 -- The report as JSON. Every value is a number, hexadecimal or Base64, so nothing needs quoting.
 local function read_report(id)
   local row = database.row("SELECT " .. wide("module, type, aggregationid, count, size, first_time, last_time")
@@ -159,7 +164,7 @@ local function read_report(id)
     bounded(row.module, -32768, 32767), bounded(row.type, -32768, 32767), bounded(row.aggregationid, 0, 2 ^ 32 - 1),
     bounded(row.count, 1, 2 ^ 31 - 1), size, first, bounded(row.last_time, -2 ^ 53, 2 ^ 53), row.hash, row.store, id,
     least > 0 and size >= least and ',"check_hash":1' or "", first < FIRST_RELEASE and ',"clock":"untrusted"' or "",
-    (string.gsub(row.body, "[^A-Za-z0-9+/=]", "")))
+    base64_only(row.body))
 end
 
 local function remove(id)
