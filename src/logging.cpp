@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -57,6 +58,16 @@ double read_resident_kib() {
     return pages_to_kib(std::strtol(field, nullptr, 10), sysconf(_SC_PAGESIZE));
 }
 
+// A stream writes a double with six digits. Up to those it reads like the integer, which takes a
+// tenth of the time.
+void write_whole(std::ostream& text, double value) {
+    if (std::abs(value) < 1e6) {
+        text << static_cast<std::int32_t>(value);
+    } else {
+        text << value;
+    }
+}
+
 }  // namespace
 
 double process_mem_usage() noexcept {
@@ -71,7 +82,9 @@ void set_logging(bool on) noexcept {
 log_record::log_record(log_priority priority, const char* file, const char* function,
                        int line) noexcept
     : _priority(priority), _file(file), _function(function), _line(line) {
-    _text << "PROCESSOR :rss " << process_mem_usage() << ' ';
+    _text << "PROCESSOR :rss ";
+    write_whole(_text, process_mem_usage());
+    _text << ' ';
 }
 
 log_record::~log_record() {
