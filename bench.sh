@@ -61,15 +61,18 @@ source bench/store.sh
 source bench/fleet.sh
 source bench/quick.sh
 
-# What was measured, with what, on which machine.
+# Which command measured this section, at which commit and on which machine. Only two sections compare.
 provenance() {
-    printf '*`./bench.sh%s %s`, commit %s%s%s. %s, %d cores, Linux %s, %s, `-Os`.*\n' "$($full && echo ' --full')" "$1" \
+    local turn=''
+    [[ -z $against || ! $1 =~ ^(pass|store)$ ]] || turn=" in turn with $against"
+    # shellcheck disable=SC2016  # backticks of Markdown
+    printf '*`./bench.sh %s%s`, commit %s%s%s. %s, %d cores, Linux %s, %s, `-Os`.*\n' "$($full && echo '--full ')" "$1" \
         "$(git rev-parse --short=7 HEAD)" "$(git diff --quiet HEAD -- src processor lua || echo ' with changes')" \
-        "${against:+ in turn with $against}" "$(awk -F ': ' '/^model name/ { print $2; exit }' /proc/cpuinfo)" "$(nproc)" \
-        "$(uname -r)" "$(c++ --version | head -n 1)"
+        "$turn" "$(awk -F ': ' '/^model name/ { print $2; exit }' /proc/cpuinfo)" "$(nproc)" "$(uname -r)" \
+        "$(c++ --version | head -n 1)"
 }
 
-# The page so far without section $1, or that section alone.
+# That section as it is on the page.
 section_of_page() {
     awk -v wanted="<!-- $1 -->" '/^<!-- .* -->$/ { inside = $0 == wanted } inside' docs/figures.md 2>/dev/null || true
 }
@@ -90,6 +93,7 @@ write_page() {
     cp -- "$scratch/page.md" docs/figures.md
 }
 
+check_device_root "times and system calls mean nothing under it"
 targets=(measure count_heap bare_post small_sender fill_store run_script store_calls)
 if $quick; then
     prepare "${targets[@]}"

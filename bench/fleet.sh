@@ -47,8 +47,9 @@ T
     done
     cat <<'T'
 The formula: devices that are on at night, divided by the spread or the ten minutes between passes, whichever is longer.
-With a spread of four hours those that are switched on in the morning come on top. After an outage all that were due send within ten minutes, whatever the spread; after a power cut,
-ten minutes after the start, within the two minutes in which the devices of the region start.
+With a spread of four hours those that are switched on in the morning come on top. After an
+outage all that were due send within ten minutes, whatever the spread. After a power cut the devices of the region send
+with their second pass, as they do not know the time in the first: within the two minutes in which they start.
 
 ### Sizes
 
@@ -60,7 +61,7 @@ T
         split("100000 1000000 10000000", size, " "); split("0 600 3600 14400", spread, " ")
         for (i = 1; i <= 3; ++i) for (j = 1; j <= 4; ++j) {
             on = 0.7 * size[i]; width = spread[j] > 600 ? spread[j] : 600; due = spread[j] > 7200 ? 7200 / spread[j] : 1
-            printf "%d\t%d\t%d\t%d\t%d\t%d\n", size[i], spread[j], on / width, on / width * 18000 * 8 / 1e6, on * due / 600,
+            printf "%d\t%d\t%.0f\t%.0f\t%.0f\t%.0f\n", size[i], spread[j], on / width, on / width * 18000 * 8 / 1e6, on * due / 600,
                 0.2 * on * (spread[j] > 2400 ? 2400 / spread[j] : 1) / 120 } }' |
         markdown Devices 'Spread, s' 'Requests a second' 'Mbit a second' 'after two hours away' 'more, after a power cut'
 }

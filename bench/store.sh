@@ -83,18 +83,26 @@ T
     rm -f -- "$data"/db_reports*
 }
 
-# What bench/flash prints, which has its own medium.
+# What bench/flash prints, which has its own medium. The page size of the script comes first.
 section_flash() {
-    local pages
-    printf '## What reaches the medium\n\nBy `bench/flash`: a loop device with ext4, blocks of 4 KiB. The last is the shipped page size.\n'
-    for pages in 512 1024 2048 4096; do
-        say "flash: pages of $pages"
-        printf '\n```\n%s\n```\n' "$(bench/flash "$pages" | grep -v '^\(Build\|Configure\)')"
+    local size
+    printf '## What reaches the medium\n\nA loop device with ext4, blocks of 4 KiB, beside 10,000 reports of 1 KiB whose contents do not\n'
+    printf 'compress; 200 calls of each kind. The last is the shipped page size.\n'
+    for size in 512 1024 2048 4096; do
+        say "flash: pages of $size"
+        echo
+        bench/flash "$size"
     done
 }
 
 section_device() {
-    say 'device: a pass on 32-bit ARM under emulation'
-    printf '## Memory on 32-bit ARM\n\n'
+    local root=build/device-root-fs installed=build/device-installed
+    [[ -d $installed ]] || fail "build/device-installed is missing: run ./device.sh first"
+    say 'device: sizes, and a pass under emulation'
+    printf '## Size and memory on 32-bit ARM\n\n'
+    dev/check-binaries $root $installed/usr/lib/libtev_reporter.so.*.*.* "$installed/$plugin/tev_reporter_main" \
+        $installed/usr/bin/tev-report | awk -F '[:,] ' -v OFS='\t' '{ print $1, $2 + 0, $3 + 0 }' |
+        markdown File 'Bytes after stripping' Relocations
+    echo
     bench/device-memory
 }
