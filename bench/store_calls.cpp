@@ -64,7 +64,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
 
 namespace {
 
-std::mt19937 source{1};
+std::mt19937 source{std::random_device()()};
 
 bool drops_interpreter = false;
 
