@@ -142,15 +142,19 @@ maps_of() {
 readonly map_titles=('Resident' 'Anonymous' 'Heap, stacks' 'Data of files' 'Program' 'OpenSSL' 'libcurl'
     'Lua, SQLite' 'C and C++' 'Other libraries')
 
-# The cells of the largest count in three passes, as a short one may pass between two looks.
+# The cells of the largest count in three runs of a command, as a short one may end between two looks.
 largest_of_three() {
     local run
     for run in 1 2 3; do
-        fill this "$1" 1024
-        pass this "$bench/measure" --maps "$scratch/maps" >"$scratch/measured"
+        "$@" --maps "$scratch/maps" >"$scratch/measured"
         maps_of "$scratch/maps"
         echo
     done | sort -n | tail -n 1
+}
+
+pass_over() {
+    fill this "$1" 1024
+    pass this "$bench/measure" "${@:2}"
 }
 
 section_memory() {
@@ -167,15 +171,15 @@ T
     answers=(--answer '* reports delay=200')
     for count in 0 10 100 1000; do
         say "memory: $count reports"
-        figures=$(largest_of_three "$count")
+        figures=$(largest_of_three pass_over "$count")
         printf '%s\t%s\t%s\n' "$count" "$(awk '{ print $4 }' "$scratch/measured")" "$figures"
         [[ $count -ge 100 ]] || continue
         body=$(largest_body) anonymous=$(cut -f 2 <<<"$figures")
         awk -v a="$anonymous" -v b="$body" -v pa="$previous" -v pb="$previous_body" \
             'BEGIN { if (pb) printf "%.1f\n", 1024 * (a - pa) / (b - pb) }' >"$scratch/growth"
         previous=$anonymous previous_body=$body
-        bare --maps "$scratch/maps" >"$scratch/measured"
-        printf 'bare POST of %s bytes\t%s\t%s\n' "$body" "$(awk '{ print $4 }' "$scratch/measured")" "$(maps_of "$scratch/maps")"
+        figures=$(largest_of_three bare)
+        printf 'bare POST of %s bytes\t%s\t%s\n' "$body" "$(awk '{ print $4 }' "$scratch/measured")" "$figures"
     done | markdown Reports Peak "${map_titles[@]}"
     printf '\nFrom 100 to 1,000 reports the largest body grows, and anonymous memory by %s bytes for each of its bytes.\n' \
         "$(<"$scratch/growth")"
