@@ -69,8 +69,8 @@ void run_sending_pass() {
 int main() {
     // One heap for all threads, as the sender's own would grow beside what start-up has freed. A
     // request's text stays out of it, however many went before, and leaves no gap.
-    mallopt(M_ARENA_MAX, 1);
-    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    mallopt(M_ARENA_MAX, 1);                // NOLINT(concurrency-mt-unsafe): no thread yet
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);  // NOLINT(concurrency-mt-unsafe)
     // A peer that closes early only fails its transfer, and a log without a reader fails nothing.
     // libcurl does not see to this, as it is told to leave signals alone.
     std::signal(SIGPIPE, SIG_IGN);
