@@ -41,6 +41,7 @@ command plan_command();
 command save_command();
 command remove_command();
 command export_command();
+command log_command();
 
 /// Wrong usage, or a user who may not run the command.
 class refusal : public std::runtime_error {

@@ -18,8 +18,6 @@ namespace {
 constexpr int system_log_id = 2;
 constexpr const char* log_tag = "TEV_REPORTER";
 
-bool is_logging = true;
-
 const char* base_name(const char* path) {
     const char* slash = std::strrchr(path, '/');
     return slash != nullptr ? slash + 1 : path;
@@ -74,10 +72,6 @@ double process_mem_usage() noexcept {
     return read_resident_kib();
 }
 
-void set_logging(bool on) noexcept {
-    is_logging = on;
-}
-
 // A stream does not throw what goes wrong in it. So this does not throw, and destructors may log.
 log_record::log_record(log_priority priority, const char* file, const char* function,
                        int line) noexcept
@@ -88,9 +82,6 @@ log_record::log_record(log_priority priority, const char* file, const char* func
 }
 
 log_record::~log_record() {
-    if (!is_logging) {
-        return;
-    }
     try {
         std::string text = _text.str();
         if (text.back() != '\n') {

@@ -11,10 +11,6 @@ double process_mem_usage() noexcept;
 /// Priorities of the platform log, by its own numbers.
 enum class log_priority { info = 4, warn = 5, error = 6 };
 
-/// Whether records are emitted, as they are at first. For programs that speak to a person instead.
-/// Before threads start.
-void set_logging(bool on) noexcept;
-
 /// One record of the platform log, collected by stream insertion and emitted when it is destroyed.
 /// It begins with the resident memory at the time of its making. A final newline is added where the
 /// message has none. A record that cannot be written is dropped without a word. Any thread; not for
