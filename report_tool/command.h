@@ -42,6 +42,7 @@ command save_command();
 command remove_command();
 command export_command();
 command log_command();
+command bundle_command();
 
 /// Wrong usage, or a user who may not run the command.
 class refusal : public std::runtime_error {

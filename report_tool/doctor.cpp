@@ -66,7 +66,7 @@ void print_points(const examination& whole) {
               << ", skipped: " << count(whole, state::skipped) << ".\n";
 }
 
-void print_points_as_json(const examination& whole) {
+Json::Value document_of(const examination& whole) {
     Json::Value document;
     document["schema"] = 1;
     document["status"] = status_of(whole);
@@ -80,10 +80,10 @@ void print_points_as_json(const examination& whole) {
         entry["found"] = one.found;
         entry["advice"] = one.advice;
     }
-    print_json(document);
+    return document;
 }
 
-int examine(const doctor::options& asked, const common_options& options) {
+examination examine(const doctor::options& asked) {
     examination whole{asked, become_owner()};
     examine_configuration(whole);
     examine_gates(whole);
@@ -94,11 +94,20 @@ int examine(const doctor::options& asked, const common_options& options) {
     examine_credentials(whole);
     examine_time(whole);
     examine_server(whole);
-    options.json ? print_points_as_json(whole) : print_points(whole);
+    return whole;
+}
+
+int show_examination(const doctor::options& asked, const common_options& options) {
+    const examination whole = examine(asked);
+    options.json ? print_json(document_of(whole)) : print_points(whole);
     return status_of(whole);
 }
 
 }  // namespace
+
+Json::Value doctor_document(const doctor::options& asked) {
+    return document_of(examine(asked));
+}
 
 command doctor_command() {
     const auto asked = std::make_shared<doctor::options>();
@@ -111,7 +120,7 @@ command doctor_command() {
         app.add_flag("--ask", asked->ask, "Send the server two requests without content");
     };
     return {"doctor", "What keeps reports in this device, and what to do", add_options,
-            [asked](const common_options& options) { return examine(*asked, options); }};
+            [asked](const common_options& options) { return show_examination(*asked, options); }};
 }
 
 }  // namespace report_tool

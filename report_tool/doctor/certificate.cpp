@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include <memory>
+#include <utility>
 
 #include <openssl/bio.h>
 #include <openssl/evp.h>
@@ -18,6 +19,11 @@ namespace {
 
 constexpr long long day_seconds = 86400;
 
+std::function<std::string(const std::string&)>& shown_name() {
+    static std::function<std::string(const std::string&)> shown = printable;
+    return shown;
+}
+
 std::string text_of(const X509_NAME* name) {
     const std::unique_ptr<BIO, decltype(&BIO_free)> bio(BIO_new(BIO_s_mem()), BIO_free);
     if (bio == nullptr || X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253) < 0) {
@@ -25,7 +31,7 @@ std::string text_of(const X509_NAME* name) {
     }
     char* text = nullptr;
     const long size = BIO_get_mem_data(bio.get(), &text);
-    return printable({text, static_cast<std::size_t>(size)});
+    return shown_name()({text, static_cast<std::size_t>(size)});
 }
 
 // The whole range of dates also where time_t has 32 bits.
@@ -64,6 +70,10 @@ std::string text_of(const GENERAL_NAME* name) {
 }
 
 }  // namespace
+
+void show_names_as(std::function<std::string(const std::string&)> shown) {
+    shown_name() = std::move(shown);
+}
 
 std::string name_of(const X509* certificate) {
     return text_of(X509_get_subject_name(certificate));

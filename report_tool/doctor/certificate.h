@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include <openssl/x509.h>
@@ -7,6 +8,10 @@
 #include "doctor/examination.h"
 
 namespace report_tool::doctor {
+
+/// What the functions below show in the place of subjects and issuers, which is they themselves at
+/// first.
+void show_names_as(std::function<std::string(const std::string&)> shown);
 
 std::string name_of(const X509* certificate);
 validity validity_of(const X509* certificate);

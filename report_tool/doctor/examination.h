@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <json/value.h>
+
 #include "configuration.h"
 #include "lock.h"
 
@@ -106,3 +108,10 @@ void examine_time(examination& whole);
 void examine_server(examination& whole);
 
 }  // namespace report_tool::doctor
+
+namespace report_tool {
+
+/// The whole walk as JSON for programs, as the owner of the data directory.
+Json::Value doctor_document(const doctor::options& asked);
+
+}  // namespace report_tool
