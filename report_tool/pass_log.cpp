@@ -36,10 +36,12 @@ bool is_number(const std::string& text) {
 // Of "11-24 21:05:59.123" or "2026-11-24 21:05:59.123" at the start of a line. One year is taken
 // for all without one, as only differences matter.
 std::optional<double> time_of(const std::string& head) {
+    constexpr int years_since_1900 = 126;
     std::tm date{};
-    date.tm_year = 126;
     const char* rest = strptime(head.c_str(), "%Y-%m-%d %H:%M:%S", &date);
     if (rest == nullptr) {
+        date = {};
+        date.tm_year = years_since_1900;
         rest = strptime(head.c_str(), "%m-%d %H:%M:%S", &date);
     }
     if (rest == nullptr) {

@@ -1,0 +1,112 @@
+#include "support/agent_run.h"
+
+namespace {
+
+using namespace test_support;
+
+namespace fs = std::filesystem;
+
+class kit : public pass_test {
+protected:
+    void SetUp() override {
+        pass_test::SetUp();
+        agent();
+    }
+    static std::string output(const strings& arguments, int status = 0) {
+        child_process tool(joined({"env", "LD_PRELOAD=" TEV_PRELOAD, "no_proxy=127.0.0.1"},
+                                  built_program(TEV_REPORT, arguments)));
+        EXPECT_EQ(tool.wait(), status) << tool.output();
+        return tool.output();
+    }
+    static Json::Value json(const strings& arguments) {
+        Json::Value document;
+        std::istringstream(output(joined(arguments, {"--json"}))) >> document;
+        return document;
+    }
+    /// The log of one pass in a file.
+    fs::path logged_pass() {
+        child_process pass(agent());
+        EXPECT_EQ(pass.wait(), 0);
+        write_text(scratch_root() / "log", pass.output());
+        return scratch_root() / "log";
+    }
+    static std::string unpacked(const fs::path& archive) {
+        const fs::path into = archive.string() + ".d";
+        fs::create_directory(into);
+        EXPECT_EQ(child_process({"tar", "-xzf", archive, "-C", into}).wait(), 0);
+        std::string text;
+        for (const auto& entry : fs::recursive_directory_iterator(into)) {
+            text += entry.is_regular_file() ? read_text(entry.path()) : "";
+        }
+        return text;
+    }
+};
+
+TEST_F(kit, folds_a_log) {
+    save(3);
+    use_collector({"--answer", "* reports codes=200,400,503"});
+    const Json::Value pass = json({"log", logged_pass()})[0];
+    EXPECT_EQ(pass["pass"], true);
+    EXPECT_EQ(pass["finished"], true);
+    const Json::Value& chunk = pass["steps"][2]["chunks"][0];
+    EXPECT_EQ(chunk["reports"], 3);
+    EXPECT_EQ(chunk["codes"].getMemberNames(), strings({"200", "400", "503"}));
+    EXPECT_EQ(chunk["requests"][0]["meaning"], "http:200, the server took the request");
+
+    const std::string begin = "11-24 21:05:5", tag = "+0900 P  7 T  8 ",
+                      file = " TEV_REPORTER: f.cpp: f(1) > PROCESSOR :rss 1 ";
+    write_text(scratch_root() / "log", std::string(1, '\0') + "\xff binary\n" + begin + "8.5" +
+                                           tag + "I" + file + "processor pid:7\nanother's line\n" +
+                                           begin + "9.75" + tag + "E" + file +
+                                           "some_error: \033[2J\n");
+    EXPECT_EQ(output({"log", scratch_root() / "log"}),
+              "pass of process 7\n  start: 1.250 s, 0 pauses\n  its end is not in this log\n"
+              "  error: some_error:  [2J\n");
+    output({"log", "/opt/data"}, 1);
+    output({"log", data_dir() / "config" / "config.def"}, 1);
+}
+
+TEST_F(kit, bundles_nothing_that_identifies) {
+    const strings secrets = {"ID \"4711\"/\xc3\xbc",
+                             "Vendor & sons",
+                             "T-MODEL",
+                             "sentence that was reported",
+                             "registered-0815",
+                             "CN=",
+                             read_text(pki_dir() + "/client.pem").substr(28, 64),
+                             lines_of(read_text(pki_dir() + "/client.key")).at(2)};
+    set_system_info("value", "801", secrets[0]);
+    set_system_info("platform", "http://tizen.org/system/manufacturer", secrets[1]);
+    set_system_info("value", "199", secrets[2]);
+    sender()["agent_registered_duid"] = secrets[4];
+    save(1, secrets[3]);
+    use_collector();
+    const fs::path log = logged_pass(), archive = scratch_root() / "device.tar.gz";
+    std::string text = read_text(log);
+    for (const std::string& secret : secrets) {
+        text += lines_of(text).at(0) +
+                " LUA: " + (secret == "CN=" || secret == secrets[3] ? "" : secret) + "\n";
+    }
+    write_text(log, text);
+    EXPECT_NE(text.find(secrets[0]), std::string::npos);
+
+    EXPECT_NE(output({"bundle", archive, "--with-log", log}).find("log "), std::string::npos);
+    const std::string bundled = unpacked(archive);
+    for (const std::string& secret : secrets) {
+        EXPECT_EQ(bundled.find(secret), std::string::npos) << secret;
+    }
+    EXPECT_EQ(bundled.find(read_text(data_dir() / "bundle_key")), std::string::npos);
+    for (const char* kept : {"\"group\" : \"server\"", "\"saved\" : 1", "max_body_size",
+                             "processor pid:", "DUID : hidden-"}) {
+        EXPECT_NE(bundled.find(kept), std::string::npos) << kept;
+    }
+    output({"bundle", archive}, 1);
+    EXPECT_EQ(
+        json({"bundle", scratch_root() / "second.tar.gz", "--offline"}).getMemberNames().size(),
+        4U);
+    const std::string hash =
+        bundled.substr(bundled.find("agent_registered_duid\" : \"hidden-"), 60);
+    EXPECT_NE(unpacked(scratch_root() / "second.tar.gz").find(hash), std::string::npos);
+}
+
+}  // namespace
