@@ -43,6 +43,8 @@ command remove_command();
 command export_command();
 command log_command();
 command bundle_command();
+/// Not for people: the build has it print the manual page and the completion.
+command page_command();
 
 /// Wrong usage, or a user who may not run the command.
 class refusal : public std::runtime_error {

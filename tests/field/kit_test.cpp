@@ -66,6 +66,28 @@ TEST_F(kit, folds_a_log) {
     output({"log", data_dir() / "config" / "config.def"}, 1);
 }
 
+TEST_F(kit, completes_and_documents_what_it_takes) {
+    const auto completed = [](const std::string& words) {
+        child_process bash(
+            {"bash", "-c",
+             ". " TEV_PAGES "/tev-report.bash; COMP_WORDS=(tev-report " + words +
+                 "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _tev_report; echo ${COMPREPLY[*]}"});
+        EXPECT_EQ(bash.wait(), 0);
+        return bash.output();
+    };
+    EXPECT_EQ(completed("--json acc"), "accounts\n");
+    EXPECT_EQ(completed("bundle a.tar.gz --w"), "--with-log\n");
+    const std::string help = output({"--help"}), manual = read_text(TEV_PAGES "/tev-report.8");
+    for (const std::string& line : lines_of(help.substr(help.find("Subcommands:\n") + 13))) {
+        if (line.compare(0, 2, "  ") == 0) {
+            EXPECT_NE(manual.find(".SS " + line.substr(2, line.find(' ', 2) - 2) + "\n"),
+                      std::string::npos)
+                << line;
+        }
+    }
+    EXPECT_NE(manual.find("\\-\\-with\\-log"), std::string::npos);
+}
+
 TEST_F(kit, bundles_nothing_that_identifies) {
     const strings secrets = {"ID \"4711\"/\xc3\xbc",
                              "Vendor & sons",
