@@ -43,6 +43,7 @@ command remove_command();
 command export_command();
 command log_command();
 command bundle_command();
+command recover_command();
 /// Not for people: the build has it print the manual page and the completion.
 command page_command();
 

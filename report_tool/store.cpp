@@ -60,6 +60,14 @@ std::string ask_child(unsigned int seconds, const std::function<std::string()>& 
     return answer.text;
 }
 
+Json::Value parse_answer(const std::string& text) {
+    Json::Value content;
+    if (!reporter::json_read(text, content, reporter::json_comments::skip) || !content.isObject()) {
+        throw std::runtime_error("the storage script's answer is no JSON object");
+    }
+    return content;
+}
+
 }  // namespace
 
 reporter::config_helper load_device() {
@@ -105,12 +113,12 @@ Json::Value inspect_store(const reporter::config_helper& config, const std::stri
         }
         return sandbox.get().call<std::string>("inspect", question_text{question});
     });
-    Json::Value content;
-    if (!reporter::json_read(answer, content, reporter::json_comments::skip) ||
-        !content.isObject()) {
-        throw std::runtime_error("the storage script's answer is no JSON object");
-    }
-    return content;
+    return parse_answer(answer);
+}
+
+Json::Value call_script(reporter::lua_sandbox& sandbox, const char* function,
+                        const std::string& text) {
+    return parse_answer(sandbox.get().call<std::string>(function, question_text{text}));
 }
 
 Json::Value ask_store(const std::string& question) {

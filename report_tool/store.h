@@ -9,6 +9,7 @@
 
 namespace reporter {
 class config_helper;
+class lua_sandbox;
 class reports_storage;
 }  // namespace reporter
 
@@ -31,6 +32,11 @@ reporter::config_helper load_device();
 /// Under the store's lock, and only without an obstacle. Throws std::runtime_error.
 Json::Value inspect_store(const reporter::config_helper& config, const std::string& script,
                           const std::string& question, unsigned int seconds);
+
+/// What a function of the script from text to text answers to a JSON document. Throws
+/// std::runtime_error.
+Json::Value call_script(reporter::lua_sandbox& sandbox, const char* function,
+                        const std::string& text);
 
 /// The same for the device's configuration and script, with the lock taken. Throws an
 /// obstacle as failure.

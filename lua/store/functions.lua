@@ -26,26 +26,27 @@ end
 local function insert_report(state, report, new)
   local id, batch = state.next_id, batch_for(state, new.time)
   database.execute("INSERT INTO reports(id, module, type, aggregationid, count, first_time, last_time, day, like_key, "
-    .. "file_key) VALUES(%.0f, %d, %d, %.0f, 1, %.0f, %.0f, %.0f, %s, %s)", id, report.module, report.type,
-    report.aggregationid, new.now, new.now, state.listed_days, new.like_key or "NULL", new.file_key or "NULL")
+    .. "file_key) VALUES(%.0f, %d, %d, %.0f, %.0f, %.0f, %.0f, %.0f, %s, %s)", id, report.module, report.type,
+    report.aggregationid, new.count, new.first_time, new.last_time, state.listed_days, new.like_key or "NULL",
+    new.file_key or "NULL")
   database.execute("INSERT INTO contents(id, size, sha256, body) VALUES(%.0f, %d, x'%s', '%s')", id, #report.content,
     sha256(report.content), new.body)
   for _, key in pairs({ like = new.like_key, file = new.file_key }) do
     database.execute("REPLACE INTO alike(key, id, batch) VALUES(%s, %.0f, %.0f)", key, id, batch)
   end
-  account("saved = saved + 1, next_id = %.0f", id + 1)
+  account("saved = saved + %.0f, next_id = %.0f", new.count, id + 1)
   return id
 end
 
 local function store_report(report)
   local dropped
   local id = transaction(function()
-    local state, new = read_state(), { now = get_timestamp() }
-    new.time = dispatch_time(state, new.now)
+    local state, now = read_state(), get_timestamp()
+    local new = { time = dispatch_time(state, now), count = 1, first_time = now, last_time = now }
     new.like_key = like_key(report, new.time)
     local like = new.like_key and find_alike(new.like_key)
     if like then
-      join(like.id, new.now)
+      join(like.id, now)
       return like.id
     end
     new.body = base64_encode(deflate(report.content))

@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <iterator>
+#include <random>
+
 #include "support/agent_run.h"
 
 namespace {
@@ -64,6 +68,44 @@ TEST_F(kit, folds_a_log) {
               "  error: some_error:  [2J\n");
     output({"log", "/opt/data"}, 1);
     output({"log", data_dir() / "config" / "config.def"}, 1);
+}
+
+TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
+    constexpr std::size_t page_size = 4096;
+    constexpr int reports = 30;
+    std::mt19937 random(1);
+    for (int number = 0; number < reports; ++number) {
+        reporter::report report{7, 1, {}, static_cast<unsigned int>(number)};
+        std::generate_n(std::back_inserter(report.content), page_size / 2,
+                        [&] { return static_cast<unsigned char>(random()); });
+        save(report);
+    }
+    save(reporter::report{7, 1, {'x'}, 1});
+    const fs::path store = data_dir() / "db_reports", broken = data_dir() / "db_reports.broken";
+    std::string bytes = read_text(store);
+    std::size_t leaf = bytes.size() - page_size;
+    while (bytes[leaf] != 0x0d) {
+        leaf -= page_size;
+    }
+    write_text(store, bytes.replace(leaf, page_size, page_size, 'U'));
+    use_port(1);
+    expect("E LUA: report store is set aside, kept as *", 0);
+
+    const Json::Value first = json({"recover", broken});
+    EXPECT_GE(first["unreadable"].asInt(), 1);
+    EXPECT_EQ(first["saved"].asInt() + first["unreadable"].asInt(), reports);
+    EXPECT_EQ(first["modules"]["7"]["occurrences"].asInt(), first["saved"].asInt() + 1);
+    EXPECT_EQ(json({"recover", broken})["saved"], 0);
+    fs::copy(broken, data_dir() / "moved");
+    EXPECT_NE(output({"recover", data_dir() / "moved"}).find("nothing is left to save"),
+              std::string::npos);
+    use_collector();
+    run_pass();
+    EXPECT_EQ(received().size(), first["saved"].asUInt());
+    EXPECT_EQ(stored(), 0);
+    EXPECT_NE(output({"recover", store}, 1).find("is the present store"), std::string::npos);
+    EXPECT_NE(output({"recover", data_dir() / "config" / "config.def"}, 1).find("not a database"),
+              std::string::npos);
 }
 
 TEST_F(kit, completes_and_documents_what_it_takes) {
