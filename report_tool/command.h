@@ -44,6 +44,7 @@ command export_command();
 command log_command();
 command bundle_command();
 command recover_command();
+command run_command();
 /// Not for people: the build has it print the manual page and the completion.
 command page_command();
 

@@ -175,7 +175,7 @@ void print_steps(const Json::Value& one) {
     }
 }
 
-void print_process(const Json::Value& one) {
+void print_process(const Json::Value& one, const std::vector<told>& complaints) {
     std::cout << (one["pass"].asBool() ? "pass of process " : "records of process ")
               << one["process"].asString() << '\n';
     if (one["pass"].asBool()) {
@@ -191,29 +191,20 @@ void print_process(const Json::Value& one) {
         std::cout << "  saved " << one["saved"].asString() << " times, refused "
                   << one["refused"].asString() << '\n';
     }
-    for (const Json::Value& complaint : one["complaints"]) {
-        const bool error = complaint["priority"].asString() == "E";
-        std::cout << "  "
-                  << in_colour(error ? colour::red : colour::yellow, error ? "error" : "warning")
-                  << ": " << printable(complaint["text"].asString());
-        if (complaint["times"].asInt() > 1) {
-            std::cout << " (" << complaint["times"].asString() << " times)";
-        }
-        std::cout << '\n';
-    }
+    print_complaints(complaints);
 }
 
 int show_log(const std::string& name, const common_options& options) {
+    const std::vector<process> processes = read_log(name);
     Json::Value document(Json::arrayValue);
-    for (const process& one : read_log(name)) {
+    for (const process& one : processes) {
         document.append(describe(one));
+        if (!options.json) {
+            print_process(describe(one), one.log.complaints);
+        }
     }
     if (options.json) {
         print_json(document);
-        return done;
-    }
-    for (const Json::Value& one : document) {
-        print_process(one);
     }
     return done;
 }

@@ -6,4 +6,7 @@ namespace report_tool {
 /// Before threads start.
 void let_records_through();
 
+/// Also writes each record there, as a line that read_log_line takes. Before threads start.
+void copy_records_to(int descriptor);
+
 }  // namespace report_tool

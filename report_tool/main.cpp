@@ -27,7 +27,7 @@ int run(int argc, char* argv[]) {
     app.add_flag("--json", options.json, "Print JSON for programs");
     app.add_flag("--log", options.log, "Let records go to the platform's log");
 
-    const command commands[] = {doctor_command(), stats_command(), journal_command(), accounts_command(), list_command(), show_command(), times_command(), plan_command(), save_command(), remove_command(), export_command(), log_command(), bundle_command(), recover_command(), page_command()};
+    const command commands[] = {doctor_command(), stats_command(), journal_command(), accounts_command(), list_command(), show_command(), times_command(), plan_command(), save_command(), remove_command(), export_command(), log_command(), bundle_command(), recover_command(), run_command(), page_command()};
     std::vector<std::pair<CLI::App*, const command*>> known;
     for (const command& one : commands) {
         known.emplace_back(app.add_subcommand(one.name, one.summary), &one);

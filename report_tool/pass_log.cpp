@@ -6,6 +6,9 @@
 #include <cstring>
 #include <ctime>
 
+#include <iostream>
+#include <iterator>
+
 #include "output.h"
 
 namespace report_tool {
@@ -66,6 +69,13 @@ int process_of(const std::string& head, std::size_t tag, std::size_t tag_size) {
     return 0;
 }
 
+// A failed transfer without how long it took and how much was sent, by which tries differ.
+std::string without_figures(const std::string& text) {
+    const std::size_t time = text.find(" time:"), result = text.find(" curl:");
+    return time < result && result != std::string::npos ? text.substr(0, time) + text.substr(result)
+                                                        : text;
+}
+
 }  // namespace
 
 std::optional<log_line> read_log_line(const std::string& line) {
@@ -90,6 +100,19 @@ std::vector<unsigned int> sent_chunk::uploaded() const {
     return rest;
 }
 
+void print_complaints(const std::vector<told>& complaints) {
+    for (const told& one : complaints) {
+        const bool error = one.priority == 'E';
+        std::cout << "  "
+                  << in_colour(error ? colour::red : colour::yellow, error ? "error" : "warning")
+                  << ": " << printable(one.text);
+        if (one.times > 1) {
+            std::cout << " (" << one.times << " times)";
+        }
+        std::cout << '\n';
+    }
+}
+
 void process_log::begin_step(const std::string& name) {
     for (sent_chunk& chunk : steps.back().chunks) {
         chunk.ended = true;
@@ -101,13 +124,14 @@ void process_log::begin_step(const std::string& name) {
 }
 
 void process_log::note_complaint(const log_line& line) {
+    const std::string text = without_figures(line.text);
     const auto known = std::find_if(complaints.begin(), complaints.end(), [&](const told& one) {
-        return one.priority == line.priority && one.text == line.text;
+        return one.priority == line.priority && one.text == text;
     });
     if (known != complaints.end()) {
         ++known->times;
     } else {
-        complaints.push_back({line.priority, line.text, 1});
+        complaints.push_back({line.priority, text, 1});
     }
 }
 
@@ -140,7 +164,10 @@ void process_log::add_to_chunk(const std::string& text) {
         if (!chunks.empty()) {
             chunks.back().ended = true;
         }
-        chunks.push_back({{_read_ids.begin(), end}});
+        // One without reports is sent where the first report is at the limit; it posts nothing.
+        if (size > 0) {
+            chunks.push_back({{_read_ids.begin(), end}});
+        }
         _read_ids.erase(_read_ids.begin(), end);
     } else if (chunks.empty()) {
         return;

@@ -58,6 +58,8 @@ struct told {
     int times;
 };
 
+void print_complaints(const std::vector<told>& complaints);
+
 /// One life of a process of this system, as its records show it.
 class process_log {
 public:

@@ -1,8 +1,12 @@
+#include <csignal>
+
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <random>
 
 #include "support/agent_run.h"
+#include "support/raw_peer.h"
 
 namespace {
 
@@ -68,6 +72,31 @@ TEST_F(kit, folds_a_log) {
               "  error: some_error:  [2J\n");
     output({"log", "/opt/data"}, 1);
     output({"log", data_dir() / "config" / "config.def"}, 1);
+}
+
+TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
+    save(3);
+    use_collector({"--answer", "1 reports codes=200,400,503"});
+    agent();
+    const Json::Value outcomes = json({"run"})["outcomes"];
+    EXPECT_EQ(outcomes.size(), 3U);
+    EXPECT_EQ(outcomes[0]["outcome"], "200, taken");
+    EXPECT_EQ(stored(), 1);
+
+    std::optional<child_process> tool;
+    raw_peer silent({[&](peer_connection& client) {
+        client.read();
+        tool->signal(SIGINT);
+        client.read();
+    }});
+    use_port(silent.port());
+    agent();
+    tool.emplace(joined({"env", "LD_PRELOAD=" TEV_PRELOAD}, built_program(TEV_REPORT, {"run"})));
+    EXPECT_EQ(tool->wait(), 1) << tool->output();
+    EXPECT_NE(tool->output().find("curl:"), std::string::npos) << tool->output();
+    EXPECT_EQ(stored(), 1);
+    set_vconf("db/menu/homedeck/homedatacontrol/defaultdisclaimeragree", 0);
+    EXPECT_EQ(output({"run"}, 3), "Sending reports canceled. Waiting for user agreement\n");
 }
 
 TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
