@@ -42,7 +42,7 @@ void print_options(const CLI::App& app) {
 
 void print_manual(const CLI::App& program) {
     const std::string name = roff(program.get_name());
-    std::cout << ".TH TEV\\-REPORT 8\n.SH NAME\n"
+    std::cout << ".TH TEV\\-REPORT 8 \"\" \"" << program.version() << "\"\n.SH NAME\n"
               << name << " \\- " << roff(program.get_description()) << "\n.SH SYNOPSIS\n\\fB"
               << name << "\\fR [\\fIOPTION\\fR ...] \\fICOMMAND\\fR [\\fIARGUMENT\\fR ...]\n"
               << ".SH OPTIONS\nThey may stand before and behind the command.\n";
