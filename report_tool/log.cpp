@@ -137,7 +137,7 @@ std::string readable_seconds(const Json::Value& seconds) {
 }
 
 void print_chunk(const Json::Value& chunk, unsigned int number) {
-    std::cout << "    chunk " << number << ": " << chunk["reports"].asString() << " reports";
+    std::cout << "    chunk " << number << ": " << counted(chunk["reports"].asUInt(), "report");
     if (chunk["known"].asUInt() > 0) {
         std::cout << ", the server has " << chunk["known"].asString() << " of them";
     }
@@ -153,7 +153,7 @@ void print_chunk(const Json::Value& chunk, unsigned int number) {
         std::cout << '\n';
     }
     for (const std::string& code : chunk["codes"].getMemberNames()) {
-        std::cout << "      " << chunk["codes"][code].asString() << " times "
+        std::cout << "      " << counted(chunk["codes"][code].asUInt(), "report") << ": "
                   << explain_code(std::stoi(code)) << '\n';
     }
 }
@@ -162,10 +162,10 @@ void print_steps(const Json::Value& one) {
     const char* const at_least = one["timed"].asBool() ? "" : "at least ";
     for (const Json::Value& step : one["steps"]) {
         std::cout << "  " << printable(step["name"].asString()) << ": " << at_least
-                  << readable_seconds(step["seconds"]) << ", " << step["pauses"].asString()
-                  << " pauses";
+                  << readable_seconds(step["seconds"]) << ", "
+                  << counted(step["pauses"].asUInt(), "pause");
         if (step["reports"].asUInt() > 0) {
-            std::cout << ", " << step["reports"].asString() << " reports";
+            std::cout << ", " << counted(step["reports"].asUInt(), "report");
         }
         std::cout << '\n';
         unsigned int number = 0;

@@ -69,6 +69,17 @@ int process_of(const std::string& head, std::size_t tag, std::size_t tag_size) {
     return 0;
 }
 
+// A time as ctime gives it, in the form of this program's other times.
+std::string due_time(const std::string& text) {
+    std::tm local{};
+    char shown[32];
+    if (strptime(text.c_str(), "%a %b %d %H:%M:%S %Y", &local) == nullptr ||
+        std::strftime(shown, sizeof shown, "%Y-%m-%d %H:%M:%S", &local) == 0) {
+        return text;
+    }
+    return shown;
+}
+
 // A failed transfer without how long it took and how much was sent, by which tries differ.
 std::string without_figures(const std::string& text) {
     const std::size_t time = text.find(" time:"), result = text.find(" curl:");
@@ -195,7 +206,7 @@ void process_log::add(const log_line& line) {
     } else if (text == "get_all_dispatch_times") {
         begin_step("listing times");
     } else if (begins(text, "time expired: ")) {
-        begin_step("due " + text.substr(std::strlen("time expired: ")));
+        begin_step("due " + due_time(text.substr(std::strlen("time expired: "))));
     } else if (begins(text, "report_sender_module_policy::finish")) {
         finished = true;
         begin_step("end");

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <map>
@@ -134,7 +135,7 @@ private:
                 const Json::Value& report = step["report"];
                 note(report, step["saved"].asBool());
                 _done.add(first, report["id"].asDouble());
-                from = report["id"].asDouble() + 1;
+                from = std::max(from, report["id"].asDouble()) + 1;
             } else if (step.isMember("go_on")) {
                 from = step["go_on"].asDouble();
             } else {
@@ -179,12 +180,12 @@ void print_result(const Json::Value& result) {
                   result["modules"][module]["occurrences"].asString()});
     }
     rows.print();
-    std::cout << "\nsaved " << result["saved"].asString() << " reports with "
-              << result["occurrences"].asString() << " occurrences, "
-              << result["unreadable"].asString() << " were not whole";
+    std::cout << "\nsaved " << counted(result["saved"].asUInt(), "report") << " with "
+              << counted(result["occurrences"].asUInt(), "occurrence")
+              << ", not whole: " << result["unreadable"].asString();
     if (result["occurrences_told"].isNumeric()) {
-        std::cout << "; its accounts tell of " << result["occurrences_told"].asString()
-                  << " occurrences";
+        std::cout << "; by its accounts the file held "
+                  << counted(result["occurrences_told"].asUInt(), "occurrence");
     }
     std::cout << "\nEach is a new report with a new uid, by which a server that has it does not "
                  "know it again.\n";

@@ -205,7 +205,7 @@ private:
 
     void show_chunk(const pass_step& step, const sent_chunk& chunk) const {
         std::cout << printable(step.name) << ", chunk " << _chunks_shown + 1 << ": "
-                  << chunk.ids.size() << " reports";
+                  << counted(chunk.ids.size(), "report");
         if (!chunk.requests.empty()) {
             const posted& request = chunk.requests.back();
             std::cout << ", " << readable_size(static_cast<double>(request.bytes)) << ", "

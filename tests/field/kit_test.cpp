@@ -4,6 +4,7 @@
 #include <iterator>
 #include <optional>
 #include <random>
+#include <regex>
 
 #include "support/agent_run.h"
 #include "support/raw_peer.h"
@@ -135,6 +136,40 @@ TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
     EXPECT_NE(output({"recover", store}, 1).find("is the present store"), std::string::npos);
     EXPECT_NE(output({"recover", data_dir() / "config" / "config.def"}, 1).find("not a database"),
               std::string::npos);
+}
+
+// Its commands run as they stand there. Numbers differ, and so do widths of columns.
+TEST_F(kit, does_what_the_page_shows) {
+    use_collector({"--answer", "* reports codes=200,503"});
+    for (unsigned char name = 'a'; name < 'd'; ++name) {
+        if (name == 'c') {
+            fs::rename(logged_pass(), scratch_root() / "pass.log");
+            fs::copy(data_dir() / "db_reports", data_dir() / "db_reports.broken");
+        }
+        save(reporter::report{412, 1, {name}, 0});
+    }
+    std::string tool = "cd " + scratch_root().string() + " && ln -sf " +
+                       (data_dir() / "db_reports.broken").string() +
+                       " && tev-report() { LD_PRELOAD=" TEV_PRELOAD;
+    for (const std::string& word : built_program(TEV_REPORT)) {
+        tool += " '" + word + "'";
+    }
+    const std::string page = read_text(source_dir() / "docs" / "field.md");
+    const auto begin = page.find("```console\n", page.find("## A pass")) + 11;
+    const std::string shown = page.substr(begin, page.find("```", begin) - begin);
+    std::string seen;
+    for (const std::string& line : lines_of(shown)) {
+        if (line.compare(0, 2, "$ ") == 0) {
+            child_process shell({"bash", "-c", tool + " \"$@\"; }; " + line.substr(2)});
+            EXPECT_EQ(shell.wait(), 0) << shell.output();
+            seen += line + "\n" + shell.output();
+        }
+    }
+    const auto alike = [](const std::string& text) {
+        return std::regex_replace(std::regex_replace(text, std::regex("[0-9?][0-9.:-]*"), "0"),
+                                  std::regex(" +"), " ");
+    };
+    EXPECT_EQ(alike(seen), alike(shown)) << seen;
 }
 
 TEST_F(kit, completes_and_documents_what_it_takes) {
