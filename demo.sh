@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Shows one sending pass: saves some thirty reports, lets the agent send them to a collector on this machine,
-# and tells what became of each.
+# and tells what became of each. Ends with what a technician sees on that device.
 #
 # Everything it makes is in build/. Nothing else on the machine changes, except that missing packages are
 # installed. Ctrl-C ends it and all that it started.
@@ -131,10 +131,17 @@ judge() {
         "$green" "$plain" "$(sqlite3 -readonly "$demo/account.db" 'SELECT sum(count) FROM saved')"
 }
 
+# Beside a collector once more, whose log takes the place of that of the pass.
+look_as_technician() {
+    cp -- "$requests" "$demo/requests.log"
+    printf '\n%s== tev-report doctor%s\n' "$bold" "$plain"
+    tools/with-collector "$device" tools/device-root "$device" "$build/report_tool/tev-report" doctor
+}
+
 begin
 dev/install-packages build
 check_device_root "all is slower, but nothing is left out"
-build_preset release tev_reporter_main report-source collector set-config
+build_preset release tev_reporter_main report-source collector set-config tev-report
 
 # First reports are due at once; then as the configuration comes, which is in the night to come.
 step "Make a device" make_device processor.dispatching_time=0
@@ -152,3 +159,4 @@ tell_pauses agent
 step "Compare" account "$start"
 show
 judge
+look_as_technician
