@@ -246,7 +246,8 @@ void print_result(const Json::Value& result, const process_log& log) {
     if (!log.gate.empty()) {
         std::cout << printable(log.gate) << '\n';
     } else if (result["outcomes"].empty()) {
-        std::cout << "nothing was due\n";
+        std::cout << (log.finished ? "nothing was due\n"
+                                   : "the pass ended before its reports: see what doctor says\n");
     } else {
         std::cout << '\n';
         rows.print();

@@ -98,6 +98,8 @@ TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
     EXPECT_EQ(stored(), 1);
     set_vconf("db/menu/homedeck/homedatacontrol/defaultdisclaimeragree", 0);
     EXPECT_EQ(output({"run"}, 3), "Sending reports canceled. Waiting for user agreement\n");
+    write_text(data_dir() / "config" / "config.def", "{");
+    EXPECT_EQ(output({"run"}, 1).find("the pass ended before its reports"), 0U);
 }
 
 TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
