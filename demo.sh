@@ -136,6 +136,8 @@ look_as_technician() {
     cp -- "$requests" "$demo/requests.log"
     printf '\n%s== tev-report doctor%s\n' "$bold" "$plain"
     tools/with-collector "$device" tools/device-root "$device" "$build/report_tool/tev-report" doctor
+    printf '\n%s== tev-report list%s\n' "$bold" "$plain"
+    tools/device-root "$device" "$build/report_tool/tev-report" list
 }
 
 begin
