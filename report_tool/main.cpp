@@ -22,12 +22,16 @@ int run(int argc, char* argv[]) {
     app.set_version_flag("--version", "tev-report " TEV_VERSION);
     app.footer(
         "Exit status: 0 done; 1 failed, for doctor a fault; 2 wrong usage, or a user who may not "
-        "run it; 3 for doctor, no fault and a gate is closed.");
+        "run it; 3 for doctor, plan and run: no fault, and a gate is closed.");
     common_options options;
     app.add_flag("--json", options.json, "Print JSON for programs");
     app.add_flag("--log", options.log, "Let records go to the platform's log");
 
-    const command commands[] = {doctor_command(), stats_command(), journal_command(), accounts_command(), list_command(), show_command(), times_command(), plan_command(), save_command(), remove_command(), export_command(), log_command(), bundle_command(), recover_command(), run_command(), page_command()};
+    const command commands[] = {
+        doctor_command(), stats_command(),   journal_command(), accounts_command(),
+        list_command(),   show_command(),    times_command(),   plan_command(),
+        save_command(),   remove_command(),  export_command(),  log_command(),
+        bundle_command(), recover_command(), run_command(),     page_command()};
     std::vector<std::pair<CLI::App*, const command*>> known;
     for (const command& one : commands) {
         known.emplace_back(app.add_subcommand(one.name, one.summary), &one);

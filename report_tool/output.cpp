@@ -126,10 +126,6 @@ std::string join(const std::vector<std::string>& texts, const std::string& betwe
     return joined;
 }
 
-std::string counted(std::size_t number, const std::string& thing) {
-    return std::to_string(number) + ' ' + thing + (number == 1 ? "" : "s");
-}
-
 std::string printable(const std::string& text) {
     std::string plain = text;
     std::replace_if(

@@ -59,9 +59,6 @@ std::string error_text(int error);
 /// The texts one behind the other.
 std::string join(const std::vector<std::string>& texts, const std::string& between = ", ");
 
-/// "1 report", "2 reports".
-std::string counted(std::size_t number, const std::string& thing);
-
 /// What a terminal would take for a command, and newlines, replaced.
 std::string printable(const std::string& text);
 

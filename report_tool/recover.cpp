@@ -40,9 +40,7 @@ class set_aside_store {
 public:
     explicit set_aside_store(std::string path)
         : _path(std::move(path)),
-          _config(reporter::load_configuration(reporter::config_dir,
-                                               reporter::REPORTER_DATA_DIR + "lua",
-                                               {reporter::storage_script})),
+          _config(load_device()),
           _sandbox(_config, _config.get_script(reporter::storage_script).content) {
         if (!_sandbox.get().is_function("recover")) {
             throw std::runtime_error(
@@ -192,7 +190,7 @@ void print_result(const Json::Value& result) {
 }
 
 int recover_file(const std::string& name, const common_options& options) {
-    become_owner();
+    require_owner();
     const bool speaks = !options.json && isatty(STDOUT_FILENO) == 1;
     recovery work(absolute(name), speaks);
     std::exception_ptr failure;

@@ -17,11 +17,11 @@
 #include "explain.h"
 #include "log_records.h"
 #include "logging.h"
+#include "look.h"
 #include "output.h"
 #include "owner.h"
 #include "pass.h"
 #include "pass_log.h"
-#include "store.h"
 
 namespace report_tool {
 namespace {
@@ -29,15 +29,10 @@ namespace {
 // Modules by id of what is stored; nothing where the script does not tell.
 std::map<unsigned int, int> list_modules() {
     std::map<unsigned int, int> modules;
-    std::string place;
     try {
-        do {
-            const Json::Value answer = ask_store("list " + place);
-            for (const Json::Value& report : answer["reports"]) {
-                modules[report["id"].asUInt()] = report["module"].asInt();
-            }
-            place = answer.get("place", "").asString();
-        } while (!place.empty());
+        for (const Json::Value& report : open_look(false)->reports()) {
+            modules[report["id"].asUInt()] = report["module"].asInt();
+        }
     } catch (const std::exception&) {
         return modules;
     }
@@ -256,9 +251,7 @@ void print_result(const Json::Value& result, const process_log& log) {
 }
 
 int run_pass(const common_options& options) {
-    if (!become_owner()) {
-        throw std::runtime_error("the agent is not installed here: see what doctor says");
-    }
+    require_owner();
     shown_pass pass(list_modules(), !options.json);
     agent_process process;
     pass.follow(process);

@@ -6,8 +6,8 @@
 #include <random>
 #include <regex>
 
-#include "support/agent_run.h"
 #include "support/raw_peer.h"
+#include "tool.h"
 
 namespace {
 
@@ -15,22 +15,11 @@ using namespace test_support;
 
 namespace fs = std::filesystem;
 
-class kit : public pass_test {
+class kit : public tool_test {
 protected:
     void SetUp() override {
         pass_test::SetUp();
         agent();
-    }
-    static std::string output(const strings& arguments, int status = 0) {
-        child_process tool(joined({"env", "LD_PRELOAD=" TEV_PRELOAD, "no_proxy=127.0.0.1"},
-                                  built_program(TEV_REPORT, arguments)));
-        EXPECT_EQ(tool.wait(), status) << tool.output();
-        return tool.output();
-    }
-    static Json::Value json(const strings& arguments) {
-        Json::Value document;
-        std::istringstream(output(joined(arguments, {"--json"}))) >> document;
-        return document;
     }
     /// The log of one pass in a file.
     fs::path logged_pass() {
