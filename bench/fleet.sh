@@ -4,7 +4,7 @@
 # run_fleet DEVICES: lines of bench/fleet.lua.
 run_fleet() {
     { cat "$data/lua/processor_extension_V1.lua"; echo "FLEET = $1"; cat bench/fleet.lua; } >"$scratch/fleet.lua"
-    on this env TZ=UTC "$bench/run_script" "$scratch/fleet.lua"
+    on this env TZ=UTC "$bench/run_script" "$scratch/fleet.lua" 2>"$scratch/fleet.log" || fail "$(last_line "$scratch/fleet.log")"
 }
 
 # chart_of SCENARIO: requests a second of each minute, from 01:00 to 10:00, a series for each spread.

@@ -7,13 +7,11 @@
 #include "common.h"
 #include "configuration.h"
 #include "data_dir.h"
-#include "logging.h"
 #include "lua_sandbox.h"
 #include "storage/open_reports_storage.h"
 
 int main(int argc, char** argv) {
     try {
-        reporter::set_logging(false);
         const auto config = reporter::load_configuration(
             reporter::config_dir, reporter::REPORTER_DATA_DIR + "lua", {reporter::storage_script});
         reporter::lua_sandbox(config, reporter::read_file(argc == 2 ? argv[1] : "")).init();
