@@ -76,7 +76,7 @@ run_agent() {
     local log=$demo/agent.log
     awk -F '\t' '$2 == 310 && $3 == 1 { print $6 }' "$demo/saved.tsv" >"$demo/known"
     : >"$log"
-    tools/with-collector --store "$demo/received.ndjson" --known-hashes "$demo/known" \
+    tools/with-collector --store "$demo/received.db" --known-hashes "$demo/known" \
         --answer '3 reports codes=200,200,400,503' --answer "4 reports body='<html>Busy</html>' keep=no" \
         "$device" tools/device-root "$device" "$build/processor/tev_reporter_main" 2>>"$log" &
     local agent=$!

@@ -6,21 +6,19 @@ CREATE TABLE before(id INTEGER, module INTEGER, type INTEGER, count INTEGER, siz
 CREATE TABLE after(id INTEGER, module INTEGER, type INTEGER, count INTEGER, size INTEGER, sha256 TEXT, due INTEGER);
 CREATE TABLE requests(number INTEGER, path TEXT, bytes INTEGER, entries INTEGER, status INTEGER, codes TEXT, plan TEXT);
 CREATE TABLE known(sha256 TEXT);
-CREATE TABLE lines(line TEXT);
 .mode tabs
 .import saved.tsv saved
 .import before.tsv before
 .import after.tsv after
 .import requests.tsv requests
 .import known known
-.mode ascii
-.separator "\001" "\n"
-.import received.ndjson lines
 .mode list
 
-CREATE TABLE received AS SELECT json_extract(line, '$._ID') AS id, json_extract(line, '$.module') AS module,
-  json_extract(line, '$.type') AS type, json_extract(line, '$.count') AS count, json_extract(line, '$.size') AS size,
-  json_extract(line, '$.SHA256') AS sha256 FROM lines;
+-- What the collector keeps. The uid ends with the report's id on the device.
+ATTACH 'received.db' AS collector;
+CREATE TABLE received AS SELECT CAST(substr(uid, instr(uid, '-') + 1) AS INTEGER) AS id, module, type, count, size,
+  sha256, repeats FROM collector.shown_reports;
+DETACH collector;
 
 CREATE TABLE statistics AS SELECT event.key AS event, counter.key AS module, counter.value AS count
   FROM json_each(CAST(readfile('data/stats') AS TEXT)) AS event, json_each(event.value) AS counter
@@ -58,9 +56,8 @@ CREATE VIEW faults AS
   UNION ALL SELECT printf('report %d stays in the store, but changed', id)
     FROM (SELECT * FROM after EXCEPT SELECT * FROM before)
   UNION ALL SELECT printf('report %d reached the collector, but was not saved so', id)
-    FROM (SELECT * FROM received EXCEPT SELECT * FROM saved)
-  UNION ALL SELECT printf('report %d reached the collector %d times', id, count(*))
-    FROM received GROUP BY id HAVING count(*) > 1
+    FROM (SELECT id, module, type, count, size, sha256 FROM received EXCEPT SELECT * FROM saved)
+  UNION ALL SELECT printf('report %d reached the collector %d times', id, 1 + repeats) FROM received WHERE repeats > 0
   UNION ALL SELECT printf('statistics count %d as %s instead of %d', counted, event, expected) FROM (
     SELECT event, (SELECT total(count) FROM statistics WHERE statistics.event = events.event) AS counted,
       (SELECT total(count) FROM outcomes WHERE outcome IN ('sent', 'refused', also)) AS expected

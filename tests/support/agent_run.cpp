@@ -42,8 +42,8 @@ std::string pki_dir() {
     return device_dir() / "pki";
 }
 
-std::string query(const std::string& sql) {
-    child_process sqlite({"sqlite3", "-bail", data_dir() / "db_reports", sql});
+std::string query(const std::string& sql, const std::filesystem::path& database) {
+    child_process sqlite({"sqlite3", "-bail", database, sql});
     EXPECT_EQ(sqlite.wait(), 0) << sqlite.output();
     return sqlite.output().substr(0, sqlite.output().find_last_not_of('\n') + 1);
 }
@@ -96,7 +96,7 @@ void pass_test::save(int count, const std::string& content) {
 
 void pass_test::use_collector(const strings& options) {
     const std::string pki = pki_dir(), store = scratch_root() / "received";
-    write_text(store, "");
+    std::filesystem::remove(store);
     // A program of this machine, even where the agent is emulated.
     const strings command = {TEV_COLLECTOR,
                              "--ca",
@@ -113,11 +113,14 @@ void pass_test::use_collector(const strings& options) {
 }
 
 std::vector<Json::Value> pass_test::received() {
-    std::vector<Json::Value> reports;
-    for (const std::string& line : lines_of(read_text(scratch_root() / "received"))) {
-        reports.push_back(parsed(line));
-    }
-    return reports;
+    const Json::Value rows =
+        parsed("[" +
+               query("SELECT json_object('DUID', duid, 'uid', uid, 'module', module, "
+                     "'aggregationid', aggregationid, 'count', count, 'content', content, "
+                     "'repeats', repeats) || ',' FROM shown_reports",
+                     scratch_root() / "received") +
+               "null]");
+    return {rows.begin(), --rows.end()};
 }
 
 strings pass_test::requests() const {

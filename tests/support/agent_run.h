@@ -24,8 +24,9 @@ std::string pki_dir();
 /// Path of the library that skips pauses; without blanks, as the loader splits its list there.
 std::string skip_pauses();
 
-/// What the sqlite3 command answers about the store.
-std::string query(const std::string& sql);
+/// What the sqlite3 command answers about the store, or another database.
+std::string query(const std::string& sql,
+                  const std::filesystem::path& database = data_dir() / "db_reports");
 
 /// How one life of the agent went.
 struct pass {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <stdexcept>
 #include <string>
 
@@ -19,11 +20,13 @@ public:
 
 /// A request whose form has been checked.
 struct request_form {
-    Json::Value header;  ///< object of strings
-    Json::Value body;    ///< not empty: report objects, or hash strings
+    Json::Value header;  ///< object of strings that every database takes
+    Json::Value body;    ///< not empty: reports, or hash strings
+    std::map<Json::ArrayIndex, std::string> faults;  ///< reports that have not the form, and why
 };
 
-/// Checks the upload of reports, their contents included. Throws malformed_request.
+/// Checks the upload of reports, their contents included. Throws malformed_request where the whole
+/// of it cannot be used; what is wrong with one report does not touch the others.
 request_form parse_report_post(const std::string& text);
 
 /// Checks the question of which contents are known already. Throws malformed_request.

@@ -1,14 +1,14 @@
 #include "request_form.h"
 
+#include <cstdint>
 #include <ctime>
 
 #include <algorithm>
 #include <array>
 #include <memory>
 
-#include <openssl/evp.h>
-#include <openssl/sha.h>
-#include <zlib.h>
+#include "report_content.h"
+#include "stored_text.h"
 
 namespace collector {
 namespace {
@@ -17,27 +17,25 @@ constexpr std::array HEADER_MEMBERS = {
     "ver",      "datetime",     "config_ver",       "DUID",       "vendor",        "manufacturer",
     "DTV_type", "product_type", "sw_version_model", "sw_version", "platform_name", "tizen_version"};
 
-using type_test = bool (Json::Value::*)() const;
+constexpr std::size_t LONGEST_UID = 200;
+constexpr std::size_t HASH_DIGITS = 64;
 
-struct member_rule {
+struct number_rule {
     const char* name;
-    type_test has_type;
-    const char* type;
+    std::int64_t least;
+    std::int64_t greatest;
 };
 
-constexpr std::array REPORT_MEMBERS = {
-    member_rule{"_ID", &Json::Value::isUInt, "an unsigned integer"},
-    member_rule{"module", &Json::Value::isInt, "an integer"},
-    member_rule{"type", &Json::Value::isInt, "an integer"},
-    member_rule{"aggregationid", &Json::Value::isUInt, "an unsigned integer"},
-    member_rule{"count", &Json::Value::isUInt, "an unsigned integer"},
-    member_rule{"size", &Json::Value::isUInt, "an unsigned integer"},
-    member_rule{"SHA256", &Json::Value::isString, "a string"},
-    member_rule{"encoding", &Json::Value::isString, "a string"},
-    member_rule{"content", &Json::Value::isString, "a string"},
-    member_rule{"first_time", &Json::Value::isInt64, "an integer"},
-    member_rule{"last_time", &Json::Value::isInt64, "an integer"},
-    member_rule{"uid", &Json::Value::isString, "a string"}};
+constexpr std::array NUMBERS = {number_rule{"_ID", 0, UINT32_MAX},
+                                number_rule{"module", INT16_MIN, INT16_MAX},
+                                number_rule{"type", INT16_MIN, INT16_MAX},
+                                number_rule{"aggregationid", 0, UINT32_MAX},
+                                number_rule{"count", 1, UINT32_MAX},
+                                number_rule{"size", 0, MAX_BODY_SIZE},
+                                number_rule{"first_time", INT64_MIN, INT64_MAX},
+                                number_rule{"last_time", INT64_MIN, INT64_MAX}};
+
+constexpr std::array TEXTS = {"SHA256", "encoding", "content", "uid"};
 
 void require(bool condition, const std::string& reason) {
     if (!condition) {
@@ -87,7 +85,6 @@ void check_header(const Json::Value& header) {
         require(header[member].isString(),
                 std::string("header member \"") + member + "\" is no string");
     }
-    require(header.size() == HEADER_MEMBERS.size(), "the header has members of another name");
     require(is_version(header["ver"].asString()), "\"ver\" is no version");
     require(is_datetime(header["datetime"].asString()), "\"datetime\" is no ISO 8601 time");
 }
@@ -101,77 +98,55 @@ request_form parse_envelope(const std::string& text) {
     require(document["body"].isArray(), "\"body\" is no array");
     require(!document["body"].empty(), "\"body\" is empty");
     request_form form;
-    form.header.swap(document["header"]);
+    for (const char* const member : HEADER_MEMBERS) {
+        form.header[member] = storable(document["header"][member].asString());
+    }
     form.body.swap(document["body"]);
     return form;
 }
 
-/// Takes off the zero bytes that EVP_DecodeBlock makes of the padding. Empty text decodes to
-/// nothing.
-std::string decode_base64(const std::string& text) {
-    require(text.size() % 4 == 0, "the content is not Base64");
-    std::string decoded(text.size() / 4 * 3, '\0');
-    const int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(decoded.data()),
-                                       reinterpret_cast<const unsigned char*>(text.data()),
-                                       static_cast<int>(text.size()));
-    require(length == static_cast<int>(decoded.size()), "the content is not Base64");
-    const auto padding =
-        std::count(text.end() - std::min<std::ptrdiff_t>(2, length), text.end(), '=');
-    decoded.resize(decoded.size() - static_cast<std::size_t>(padding));
-    return decoded;
-}
-
-/// Gives zlib one byte more than the declared size, so that longer content shows.
-std::string inflate_declared(const std::string& deflated, std::size_t size) {
-    std::string content(size + 1, '\0');
-    uLongf written = content.size();
-    uLong taken = deflated.size();
-    const int result = uncompress2(reinterpret_cast<Bytef*>(content.data()), &written,
-                                   reinterpret_cast<const Bytef*>(deflated.data()), &taken);
-    require(result != Z_BUF_ERROR && (result != Z_OK || written == size),
-            "the content is not of the size that \"size\" says");
-    require(result == Z_OK && taken == deflated.size(), "the content is not a zlib stream");
-    content.resize(size);
-    return content;
-}
-
-std::string sha256_hex(const std::string& bytes) {
-    constexpr char DIGITS[] = "0123456789abcdef";
-    std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
-    SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest.data());
-    std::string text;
-    for (const unsigned byte : digest) {
-        text += DIGITS[byte >> 4U];
-        text += DIGITS[byte & 15U];
-    }
-    return text;
-}
-
 void check_content(const Json::Value& report) {
     require(report["encoding"].asString() == "deflate+base64", "unknown \"encoding\"");
-    require(report["size"].asUInt() <= MAX_BODY_SIZE, "\"size\" is above what is accepted");
     const std::string content =
-        inflate_declared(decode_base64(report["content"].asString()), report["size"].asUInt());
-    require(sha256_hex(content) == report["SHA256"].asString(),
+        decoded_content(report["content"].asString(), report["size"].asUInt());
+    require(sha256_of(content) == report["SHA256"].asString(),
             "the content does not have the hash that \"SHA256\" says");
 }
 
-void check_report(const Json::Value& report) {
+bool is_uid(const std::string& text) {
+    return !text.empty() && text.size() <= LONGEST_UID &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; });
+}
+
+/// The members that are kept, as they are kept. jsoncpp takes 1.0 for an integer, databases do not.
+Json::Value checked_report(const Json::Value& report) {
     require(report.isObject(), "it is no object");
-    for (const member_rule& rule : REPORT_MEMBERS) {
-        require((report[rule.name].*rule.has_type)(),
-                std::string("\"") + rule.name + "\" is not " + rule.type);
+    Json::Value kept(Json::objectValue);
+    for (const number_rule& rule : NUMBERS) {
+        const Json::Value& value = report[rule.name];
+        require(
+            value.isInt64() && value.asInt64() >= rule.least && value.asInt64() <= rule.greatest,
+            std::string("\"") + rule.name + "\" is no integer from " + std::to_string(rule.least) +
+                " to " + std::to_string(rule.greatest));
+        kept[rule.name] = Json::Int64(value.asInt64());
+    }
+    for (const char* const name : TEXTS) {
+        require(report[name].isString(), std::string("\"") + name + "\" is no string");
+        kept[name] = report[name];
     }
     require(!report.isMember("check_hash"), "\"check_hash\" is for the device alone");
-    require(report["count"].asUInt() > 0, "\"count\" is 0");
-    require(!report["uid"].asString().empty(), "\"uid\" is empty");
-    check_content(report);
+    require(is_uid(kept["uid"].asString()), "\"uid\" is not 1 to 200 visible characters");
+    if (report["clock"].isString()) {
+        kept["clock"] = storable(report["clock"].asString());
+    }
+    check_content(kept);
+    return kept;
 }
 
 }  // namespace
 
 bool is_hash(const std::string& text) {
-    return text.size() == std::size_t{2} * SHA256_DIGEST_LENGTH &&
+    return text.size() == HASH_DIGITS &&
            text.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
@@ -179,9 +154,9 @@ request_form parse_report_post(const std::string& text) {
     request_form form = parse_envelope(text);
     for (Json::ArrayIndex i = 0; i < form.body.size(); ++i) {
         try {
-            check_report(form.body[i]);
+            form.body[i] = checked_report(form.body[i]);
         } catch (const malformed_request& e) {
-            throw malformed_request("report " + std::to_string(i) + ": " + e.what());
+            form.faults[i] = e.what();
         }
     }
     return form;

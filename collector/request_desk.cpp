@@ -1,0 +1,143 @@
+#include "request_desk.h"
+
+#include <algorithm>
+#include <chrono>
+#include <iostream>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include "cut_answer.h"
+#include "stored_text.h"
+#include "tls.h"
+
+namespace collector {
+namespace {
+
+constexpr int NOT_FOUND = 404;
+constexpr int TOO_LARGE = 413;
+constexpr const char* JSON_TYPE = "application/json";
+/// Marks an answer that this program has made and printed a line for.
+constexpr const char* NUMBER_HEADER = "X-Request-Number";
+/// By which a proxy hands on the subject of the certificate that it has verified.
+constexpr const char* CLIENT_HEADER = "X-Client-Subject";
+
+/// The agent puts a slash before the path, which may begin with slashes already.
+std::string without_leading_slashes(const std::string& path) {
+    return path.substr(std::min(path.find_first_not_of('/'), path.size()));
+}
+
+std::string client_of(const httplib::Request& request) {
+    return storable(request.ssl != nullptr ? client_name(*request.ssl)
+                                           : request.get_header_value(CLIENT_HEADER));
+}
+
+/// The codes and how often each occurs, as "200*11,503*1"; "-" for none.
+std::string summary(const Json::Value& codes) {
+    std::map<std::string, unsigned> counts;
+    for (const Json::Value& code : codes) {
+        ++counts[to_text(code)];
+    }
+    std::string text;
+    for (const auto& [code, count] : counts) {
+        text += (text.empty() ? "" : ",") + code + "*" + std::to_string(count);
+    }
+    return text.empty() ? "-" : text;
+}
+
+/// Within the line, whatever the text holds.
+std::string quoted(const std::string& text) {
+    return Json::valueToQuotedString(text.c_str());
+}
+
+}  // namespace
+
+request_desk::request_desk(request_judge& judge, counters& counted, answer_plan plan)
+    : _judge(judge), _counters(counted), _plan(std::move(plan)) {}
+
+void request_desk::attach(httplib::Server& server) {
+    using httplib::Request;
+    using httplib::Response;
+    server.Post(".*",
+                [this](const Request& request, Response& response) { answer(request, response); });
+    // Requests that never reach the handler: another method, a body too large, a broken head.
+    server.set_error_handler([this](const Request& request, Response& response) {
+        if (!response.has_header(NUMBER_HEADER)) {
+            refuse(request, response);
+        }
+    });
+}
+
+void request_desk::answer(const httplib::Request& request, httplib::Response& response) {
+    static const std::map<std::string, endpoint> ENDPOINTS = {
+        {"reports", endpoint::REPORTS}, {"check_hashes", endpoint::CHECK_HASHES}};
+    const std::string path = without_leading_slashes(request.path);
+    const auto found = ENDPOINTS.find(path);
+    if (found == ENDPOINTS.end()) {
+        response.status = NOT_FOUND;
+        refuse(request, response);
+        return;
+    }
+
+    const auto begin = std::chrono::steady_clock::now();
+    unsigned number = 0;
+    const planned_answer planned = count_and_plan(found->second, number);
+    const decision made = _judge.decide(found->second, client_of(request), request.body, planned);
+    _counters.add(path, made, std::chrono::steady_clock::now() - begin);
+    print_line(number, request, made, planned);
+
+    response.status = made.status;
+    response.set_header(NUMBER_HEADER, std::to_string(number));
+    response.set_content(planned.body.value_or(made.text()), JSON_TYPE);
+    std::this_thread::sleep_for(planned.delay);
+    if (planned.cut != cut_point::NOWHERE && request.ssl != nullptr) {
+        send_and_close(*request.ssl, cut_answer(response, planned.cut));
+    }
+}
+
+void request_desk::refuse(const httplib::Request& request, httplib::Response& response) {
+    decision made;
+    made.status = response.status;
+    made.reason = made.status == TOO_LARGE ? "the body is too large" : "not a request of the agent";
+    unsigned number = 0;
+    {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        number = ++_total;
+    }
+    _counters.add("other", made, {});
+    print_line(number, request, made, {});
+    response.set_header(NUMBER_HEADER, std::to_string(number));
+    response.set_content(made.text(), JSON_TYPE);
+}
+
+planned_answer request_desk::count_and_plan(endpoint where, unsigned& number) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    number = ++_total;
+    return _plan.find(where, ++_counts[where]);
+}
+
+void request_desk::print_line(unsigned number, const httplib::Request& request,
+                              const decision& made, const planned_answer& planned) {
+    // The target as it was sent, since a decoded one might hold a newline.
+    std::ostringstream line;
+    line << number << ' ' << request.method << ' ' << request.target
+         << " bytes=" << request.body.size() << " entries=" << made.entries
+         << " status=" << made.status << " codes=" << summary(made.codes)
+         << " client=" << quoted(client_of(request));
+    if (made.done.repeated != 0) {
+        line << " repeated=" << made.done.repeated;
+    }
+    for (const std::string& uid : made.done.cloned) {
+        line << " cloned=" << quoted(uid);
+    }
+    if (!planned.text.empty()) {
+        line << " plan=" << quoted(planned.text);
+    }
+    if (!made.reason.empty()) {
+        line << " reason=" << quoted(made.reason);
+    }
+    const std::lock_guard<std::mutex> lock(_mutex);
+    std::cout << line.str() << std::endl;
+}
+
+}  // namespace collector
