@@ -14,7 +14,9 @@
 namespace collector {
 namespace {
 
+constexpr int BAD_REQUEST = 400;
 constexpr int NOT_FOUND = 404;
+constexpr int TIMEOUT = 408;
 constexpr int TOO_LARGE = 413;
 constexpr const char* JSON_TYPE = "application/json";
 /// Marks an answer that this program has made and printed a line for.
@@ -96,6 +98,9 @@ void request_desk::answer(const httplib::Request& request, httplib::Response& re
 }
 
 void request_desk::refuse(const httplib::Request& request, httplib::Response& response) {
+    // The library says 400 for what it could not read to the end. Only what was read is refused for
+    // good.
+    response.status = response.status == BAD_REQUEST ? TIMEOUT : response.status;
     decision made;
     made.status = response.status;
     made.reason = made.status == TOO_LARGE ? "the body is too large" : "not a request of the agent";

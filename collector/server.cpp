@@ -13,6 +13,9 @@
 namespace collector {
 namespace {
 
+/// As long as a device's uplink may stall.
+constexpr int READ_TIMEOUT_S = 60;
+
 /// The library binds TCP ports only, and with a short queue.
 template <class Base>
 class server_on_socket : public Base {
@@ -22,6 +25,7 @@ public:
         : Base(std::forward<Arguments>(arguments)...) {
         this->svr_sock_ = socket;
         this->set_payload_max_length(MAX_BODY_SIZE);
+        this->set_read_timeout(READ_TIMEOUT_S);
     }
 };
 

@@ -273,7 +273,7 @@ TEST_F(doctor, looks_at_credentials_and_clock) {
         {"credentials.bundle fault missing", 1, [] { fs::remove(CA); }},
         {"credentials.bundle fault empty", 1, [] { write_text(CA, ""); }},
         {"credentials.bundle fault broken", 1, [] { write_text(CA, std::string(2000, '#')); }},
-        {"credentials.bundle fault no-certificate", 1, [] { write_text(CA, pki("crl-only.pem")); }},
+        {"credentials.bundle fault no-certificate", 1, [] { write_text(CA, pki("crl.pem")); }},
         {"credentials.authority warning expired", 0,
          [] { write_text(CA, pki("ca.pem") + pki("expired-ca.pem")); }},
         {"time.clock fault never-set", 1, [] {}, {"TEV_CLOCK=86400"}},

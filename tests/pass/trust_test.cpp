@@ -67,7 +67,7 @@ TEST_F(trust, needs_sound_credentials) {
         {ca, "", no_ca},
         {ca, garbage, no_ca},
         {ca, made("ca.pem").substr(0, 300), no_ca},
-        {ca, made("crl-only.pem"), NO_TRUST},
+        {ca, made("crl.pem"), NO_TRUST},
         {ca, made("other-ca.pem"), NO_TRUST},
         {key, "", "E devicePrivateKey is empty"},
         {key, garbage, no_key},
