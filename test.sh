@@ -7,7 +7,7 @@
 #   --coverage      prints which lines of the agent the tests run; built in build/coverage
 #
 # Everything else goes to CTest: ./test.sh -R journal runs the tests with "journal" in their names. Without
-# any argument it also fuzzes for ten seconds, where clang is installed.
+# any argument it also fuzzes for twenty seconds, where clang is installed.
 set -euo pipefail
 source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
@@ -52,14 +52,14 @@ targets=()
 case $preset in
     fuzz)
         can_fuzz || fail "fuzzing needs clang with its fuzzer library: dev/install-packages check"
-        targets=(answer_fuzz)
+        targets=(fuzz_targets)
         ;;
     coverage) dev/install-packages check ;;
 esac
 build_preset "$preset" "${targets[@]}"
 if $fuzz_too && can_fuzz; then
-    build_preset fuzz answer_fuzz
-    step "Fuzz for ten seconds" ctest --preset fuzz
+    build_preset fuzz fuzz_targets
+    step "Fuzz for twenty seconds" ctest --preset fuzz
 elif $fuzz_too; then
     printf 'No fuzzing: clang or its fuzzer library is not installed (dev/install-packages check)\n'
 fi
