@@ -124,9 +124,9 @@ int main(int argc, char** argv) {
     shared.reports = std::atoi(argv[5]);
     const auto begin = steady_clock::now();
     shared.end = begin + std::chrono::seconds(std::atoi(argv[3]));
-    std::vector<std::thread> clients;
-    for (int i = 0; i < std::atoi(argv[4]); ++i) {
-        clients.emplace_back([&shared] { post_until_end(shared); });
+    std::vector<std::thread> clients(std::stoul(argv[4]));
+    for (std::thread& client : clients) {
+        client = std::thread([&shared] { post_until_end(shared); });
     }
     for (std::thread& client : clients) {
         client.join();

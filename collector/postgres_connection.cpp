@@ -61,6 +61,7 @@ postgres_connection::postgres_connection(const std::string& url) : _connection(n
 Json::Value postgres_connection::rows(const std::string& sql,
                                       const std::vector<std::string>& arguments) {
     std::vector<const char*> texts;
+    texts.reserve(arguments.size());
     for (const std::string& argument : arguments) {
         texts.push_back(argument.c_str());
     }
