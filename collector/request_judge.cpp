@@ -37,7 +37,8 @@ std::string decision::text() const {
     if (status == OK) {
         answer["body"] = codes;
     } else {
-        answer["reason"] = reason;
+        // Where the store is and what ails it is for the log alone.
+        answer["reason"] = status == UNAVAILABLE ? "not now" : reason;
     }
     return to_text(answer);
 }
