@@ -112,7 +112,8 @@ TEST_F(store_commands, foretell_a_pass) {
     EXPECT_EQ(done.count("I slow down"), plan["pauses"].asInt());
     strings taken;
     for (const Json::Value& report : received()) {
-        taken.push_back(report["_ID"].asString());
+        const std::string uid = report["uid"].asString();
+        taken.push_back(uid.substr(uid.find('-') + 1));
     }
     EXPECT_EQ(taken, ids);
     EXPECT_EQ(look({"plan"})["requests"].size(), 0U);
