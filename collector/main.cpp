@@ -7,9 +7,12 @@
 #include <stdexcept>
 #include <string>
 
+#include "browser_guard.h"
 #include "counters.h"
+#include "latest_requests.h"
 #include "listen_address.h"
 #include "options.h"
+#include "page_desk.h"
 #include "query_desk.h"
 #include "report_store.h"
 #include "request_desk.h"
@@ -46,8 +49,11 @@ void serve(const collector::options& options) {
     const auto store = collector::open_store(options.store);
     collector::request_judge judge(*store, collector::read_hashes(options.known_hashes));
     collector::counters counted;
-    collector::request_desk desk(judge, counted, options.plan);
+    collector::latest_requests latest;
+    collector::request_desk desk(judge, counted, latest, options.plan);
     collector::query_desk queries(*store, counted);
+    collector::page_desk page(options.page, latest,
+                              collector::is_server(options.store) ? nullptr : &desk);
 
     const int socket = options.listen.open();
     const auto server = make_server(socket, options.tls);
@@ -56,7 +62,11 @@ void serve(const collector::options& options) {
     if (options.status) {
         const int status_socket = options.status->open();
         status_server = collector::make_server(status_socket, {});
+        collector::guard_against_other_sites(*status_server);
         queries.attach(*status_server);
+        if (!options.page.empty()) {
+            page.attach(*status_server);
+        }
         std::cout << "status on " << collector::address_of(status_socket) << std::endl;
         collector::serve_beside(*status_server);
     }

@@ -33,7 +33,10 @@ ADDRESS", then one line per request. SIGTERM and SIGINT end it.
   --port-file FILE          the port is written here once requests can come
   --store PLACE             a file for an embedded database, or postgresql://...; if not given: in memory
   --status ADDRESS          answers there by plain HTTP what one may ask: /health, /metrics, /devices,
-                            /reports, /report?uid=..., /hours, /repetitions. Everyone who can reach it may ask
+                            /reports, /report?uid=..., /hours, /repetitions. Everyone who can reach it may ask,
+                            by its address
+  --page DIR                shows a page there, too, whose files are in DIR: collector/page. With the embedded
+                            database everyone who can reach it may also plan the next answers
 
 With the embedded database also:
   --known-hashes FILE       contents already known: one SHA-256 a line
@@ -67,6 +70,7 @@ enum option_number : int {
     PLAIN,
     LISTEN,
     STATUS,
+    PAGE,
     KNOWN_HASHES,
     STORE,
     ANSWER,
@@ -81,6 +85,7 @@ constexpr std::array LONG_OPTIONS = {
     option{"plain", no_argument, nullptr, PLAIN},
     option{"listen", required_argument, nullptr, LISTEN},
     option{"status", required_argument, nullptr, STATUS},
+    option{"page", required_argument, nullptr, PAGE},
     option{"known-hashes", required_argument, nullptr, KNOWN_HASHES},
     option{"store", required_argument, nullptr, STORE},
     option{"answer", required_argument, nullptr, ANSWER},
@@ -137,9 +142,11 @@ options parse_options(int argc, char* argv[]) {
     }
     parsed.store = given.values[STORE];
     require(!has(PLAIN) || parsed.listen.is_local(), "--plain needs a local address to listen at");
+    require(!has(PAGE) || has(STATUS), "--page needs --status");
     require(!is_server(parsed.store) || !(has(ANSWER) || has(KNOWN_HASHES)),
             "--answer and --known-hashes are for the embedded database");
     parsed.port_file = given.values[PORT_FILE];
+    parsed.page = given.values[PAGE];
     parsed.known_hashes = given.values[KNOWN_HASHES];
     parsed.plan = std::move(given.plan);
     return parsed;

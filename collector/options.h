@@ -17,6 +17,7 @@ struct options {
     std::optional<tls_files> tls;          ///< absent: a proxy before this program has it
     std::string store;
     std::string port_file;
+    std::string page;          ///< directory of the page's files
     std::string known_hashes;  ///< file of contents known beside the store's
     answer_plan plan;
 };

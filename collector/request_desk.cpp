@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <chrono>
 #include <iostream>
-#include <sstream>
 #include <thread>
 #include <utility>
 
 #include "cut_answer.h"
+#include "request_line.h"
 #include "stored_text.h"
 #include "tls.h"
 
@@ -34,28 +34,11 @@ std::string client_of(const httplib::Request& request) {
                                            : request.get_header_value(CLIENT_HEADER));
 }
 
-/// The codes and how often each occurs, as "200*11,503*1"; "-" for none.
-std::string summary(const Json::Value& codes) {
-    std::map<std::string, unsigned> counts;
-    for (const Json::Value& code : codes) {
-        ++counts[to_text(code)];
-    }
-    std::string text;
-    for (const auto& [code, count] : counts) {
-        text += (text.empty() ? "" : ",") + code + "*" + std::to_string(count);
-    }
-    return text.empty() ? "-" : text;
-}
-
-/// Within the line, whatever the text holds.
-std::string quoted(const std::string& text) {
-    return Json::valueToQuotedString(text.c_str());
-}
-
 }  // namespace
 
-request_desk::request_desk(request_judge& judge, counters& counted, answer_plan plan)
-    : _judge(judge), _counters(counted), _plan(std::move(plan)) {}
+request_desk::request_desk(request_judge& judge, counters& counted, latest_requests& latest,
+                           answer_plan plan)
+    : _judge(judge), _counters(counted), _latest(latest), _plan(std::move(plan)) {}
 
 void request_desk::attach(httplib::Server& server) {
     using httplib::Request;
@@ -115,34 +98,34 @@ void request_desk::refuse(const httplib::Request& request, httplib::Response& re
     response.set_content(made.text(), JSON_TYPE);
 }
 
+void request_desk::plan_next(next_answers next) {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    _next = std::move(next);
+}
+
+Json::Value request_desk::planned_lines() {
+    const std::lock_guard<std::mutex> lock(_mutex);
+    Json::Value lines(Json::arrayValue);
+    for (const std::string& line : _next.lines) {
+        lines.append(line);
+    }
+    return lines;
+}
+
 planned_answer request_desk::count_and_plan(endpoint where, unsigned& number) {
     const std::lock_guard<std::mutex> lock(_mutex);
     number = ++_total;
-    return _plan.find(where, ++_counts[where]);
+    const planned_answer next = _next.plan.find(where, ++_next.counts[where]);
+    const planned_answer given = _plan.find(where, ++_counts[where]);
+    return next.text.empty() ? given : next;
 }
 
 void request_desk::print_line(unsigned number, const httplib::Request& request,
                               const decision& made, const planned_answer& planned) {
-    // The target as it was sent, since a decoded one might hold a newline.
-    std::ostringstream line;
-    line << number << ' ' << request.method << ' ' << request.target
-         << " bytes=" << request.body.size() << " entries=" << made.entries
-         << " status=" << made.status << " codes=" << summary(made.codes)
-         << " client=" << quoted(client_of(request));
-    if (made.done.repeated != 0) {
-        line << " repeated=" << made.done.repeated;
-    }
-    for (const std::string& uid : made.done.cloned) {
-        line << " cloned=" << quoted(uid);
-    }
-    if (!planned.text.empty()) {
-        line << " plan=" << quoted(planned.text);
-    }
-    if (!made.reason.empty()) {
-        line << " reason=" << quoted(made.reason);
-    }
+    const request_line line(number, request, client_of(request), made, planned);
+    _latest.add(line.row());
     const std::lock_guard<std::mutex> lock(_mutex);
-    std::cout << line.str() << std::endl;
+    std::cout << line.text() << std::endl;
 }
 
 }  // namespace collector
