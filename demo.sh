@@ -2,12 +2,19 @@
 # Shows one sending pass: saves some thirty reports, lets the agent send them to a collector on this machine,
 # and tells what became of each. Ends with what a technician sees on that device.
 #
+#   ./demo.sh [--page]
+#
+# With --page the collector shows a page meanwhile, and goes on until Ctrl-C or the end of the input. The page's buttons
+# plan its next answers; each Enter here saves reports again and lets the agent send.
+#
 # Everything it makes is in build/. Nothing else on the machine changes, except that missing packages are
 # installed. Ctrl-C ends it and all that it started.
 set -euo pipefail
 source "$(dirname -- "${BASH_SOURCE[0]}")/dev/lib.sh"
 cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
 
+[[ $# -eq 0 || $* == --page ]] || fail "usage: ./demo.sh [--page]"
+readonly page=${1-}
 readonly build=$PWD/build/release
 readonly demo=$PWD/build/demo     # what this run leaves to look at
 readonly device=$demo/device      # the root of the device's own paths
@@ -68,20 +75,36 @@ list_saved() {
         END { for (id in count) print id, type[id], count[id], content[id] }' >"$demo/saved.tsv"
 }
 
-# The log has a line for each report that was read and for each pause of 150 ms; the collector's log has a line for
-# each request. The collector knows the contents of module 310, type 1 already. Its third answer refuses one report
-# for good and puts another off; the fourth is what a proxy in between might send. All is one job of this shell, so
-# that stop_all ends it.
-run_agent() {
-    local log=$demo/agent.log
+# The collector knows the contents of module 310, type 1 already. Its third answer refuses one report for good and puts
+# another off; the fourth is what a proxy in between might send. It is a job of this shell, so that stop_all ends it.
+start_collector() {
+    local options=()
+    [[ -z $page ]] || options=(--status 0 --page collector/page)
     awk -F '\t' '$2 == 310 && $3 == 1 { print $6 }' "$demo/saved.tsv" >"$demo/known"
-    : >"$log"
+    # shellcheck disable=SC2016  # sh expands it
     tools/with-collector --store "$demo/received.db" --known-hashes "$demo/known" \
         --answer '3 reports codes=200,200,400,503' --answer "4 reports body='<html>Busy</html>' keep=no" \
-        "$device" tools/device-root "$device" "$build/processor/tev_reporter_main" 2>>"$log" &
+        "${options[@]}" "$device" sh -c ': >"$1"; exec sleep infinity' sh "$demo/ready" &
+    local collector=$!
+    until [[ -e $demo/ready ]]; do
+        kill -0 "$collector" 2>/dev/null || return
+        sleep 0.05
+    done
+}
+
+page_address() {
+    sed -n 's|^status on |http://|p' "$requests"
+}
+
+# The log has a line for each report that was read and for each pause of 150 ms; the collector's log has a line for
+# each request.
+run_agent() {
+    local log=$demo/agent.log
+    : >"$log"
+    no_proxy=127.0.0.1 tools/device-root "$device" "$build/processor/tev_reporter_main" 2>>"$log" &
     local agent=$!
     while kill -0 "$agent" 2>/dev/null; do
-        [[ ! -e $requests ]] || echo "$(grep -ac ' JSON size: ' "$log") reports read," \
+        echo "$(grep -ac ' JSON size: ' "$log") reports read," \
             "$(grep -c ' POST ' "$requests") requests answered"
         sleep 0.5
     done
@@ -131,13 +154,22 @@ judge() {
         "$green" "$plain" "$(sqlite3 -readonly "$demo/account.db" 'SELECT sum(count) FROM saved')"
 }
 
-# Beside a collector once more, whose log takes the place of that of the pass.
 look_as_technician() {
-    cp -- "$requests" "$demo/requests.log"
     printf '\n%s== tev-report doctor%s\n' "$bold" "$plain"
-    tools/with-collector "$device" tools/device-root "$device" "$build/report_tool/tev-report" doctor
+    no_proxy=127.0.0.1 tools/device-root "$device" "$build/report_tool/tev-report" doctor
     printf '\n%s== tev-report list%s\n' "$bold" "$plain"
     tools/device-root "$device" "$build/report_tool/tev-report" list
+}
+
+# The same reports again, due at once, whenever somebody presses Enter.
+go_on() {
+    step "Let reports be due at once" make_device processor.dispatching_time=0 \
+        sender.server_url=https://127.0.0.1 sender.server_port="$(<"$device/collector.port")"
+    printf 'The page: %s\nEnter saves reports again and lets the agent send. Ctrl-C ends it.\n' "$(page_address)"
+    while read -r; do
+        step "Save reports that are due" save due
+        step "Run the agent" run_agent
+    done
 }
 
 begin
@@ -155,6 +187,8 @@ tell_pauses save-later
 list_stored before || fail "cannot read the store"
 list_saved || fail "a report was not taken, see $demo/saved-due and saved-later"
 
+start_collector || fail "the collector does not start"
+[[ -z $page ]] || printf 'The page: %s\n' "$(page_address)"
 start=$(date +%s)
 step "Run the agent" run_agent
 tell_pauses agent
@@ -162,3 +196,4 @@ step "Compare" account "$start"
 show
 judge
 look_as_technician
+[[ -z $page ]] || go_on
