@@ -21,7 +21,8 @@ function seriesOf(rows, hours) {
     .sort((a, b) => sum(b.counts) - sum(a.counts));
   const rest = all.splice(all.length > COLOURS.length ? COLOURS.length - 1 : all.length);
   if (rest.length) {
-    all.push({ name: `${rest.length} others`, counts: hours.map((_, i) => sum(rest.map(({ counts }) => counts[i]))) });
+    const counts = hours.map((_, i) => sum(rest.map((each) => each.counts[i])));
+    all.push({ name: `${rest.length} others`, counts });
   }
   return all;
 }
@@ -35,10 +36,14 @@ function stacked(series) {
 const colour = (name) => () => getComputedStyle(document.documentElement).getPropertyValue(name);
 
 /// The hour, or the day at its beginning.
-const tick = (seconds) => (time(seconds).endsWith(' 00:00:00') ? time(seconds).slice(5, 10) : time(seconds).slice(11, 16));
+function tick(seconds) {
+  const [day, hour] = time(seconds).split(' ');
+  return hour === '00:00:00' ? day.slice(5) : hour.slice(0, 5);
+}
 
 function axis(more) {
-  return { stroke: colour('--dim'), grid: { stroke: colour('--line'), width: 1 }, ticks: { stroke: colour('--line') }, ...more };
+  const line = { stroke: colour('--line'), width: 1 };
+  return { stroke: colour('--dim'), grid: line, ticks: line, ...more };
 }
 
 function optionsFor(series, hours, width) {
@@ -50,9 +55,14 @@ function optionsFor(series, hours, width) {
       x: { range: [hours[0], hours[hours.length - 1] + HOUR] },
       y: { range: (_, least, most) => [0, Math.max(most * 1.05, 1)] },
     },
-    axes: [axis({ values: (_, times) => times.map(tick) }), axis({ values: (_, counts) => counts.map((count) => (Number.isInteger(count) ? count : '')) })],
+    axes: [
+      axis({ values: (_, times) => times.map(tick) }),
+      axis({ values: (_, counts) => counts.map((count) => (Number.isInteger(count) ? count : '')) })],
     cursor: { drag: { x: false, y: false }, points: { show: false } },
-    series: [{ label: 'hour', value: (_, value, place, at) => (at == null ? 'all' : time(hours[at]).slice(0, 16)) }, ...series.map(({ name, counts }, i) => ({
+    series: [{
+      label: 'hour',
+      value: (_, value, place, at) => (at == null ? 'all' : time(hours[at]).slice(0, 16)),
+    }, ...series.map(({ name, counts }, i) => ({
       label: name,
       fill: COLOURS[i],
       width: 0,

@@ -25,7 +25,7 @@ def post(path, *reports):
     facts = "config_ver DUID vendor manufacturer product_type DTV_type sw_version_model sw_version platform_name tizen_version"
     header = {**dict.fromkeys(facts.split(), HOSTILE), "ver": "1.2.0", "datetime": "2026-11-24T21:05:59"}
     body = json.dumps({"header": header, "body": reports}).encode()
-    return ask(reports_at + path, body, X_Client_Subject=HOSTILE.translate({c: None for c in range(32)}).encode())
+    return ask(reports_at + path, body, Content_Type="application/json", X_Client_Subject=HOSTILE.translate({c: None for c in range(32)}).encode())
 
 
 class Browser:
