@@ -28,6 +28,11 @@ def post(path, *reports):
     return ask(reports_at + path, body, Content_Type="application/json", X_Client_Subject=HOSTILE.translate({c: None for c in range(32)}).encode())
 
 
+def end(process):
+    process.terminate()
+    process.wait()
+
+
 class Browser:
     """Chromium by its debugging pipe. Whatever it complains of fails the test, and so does a dialog."""
 
@@ -36,7 +41,7 @@ class Browser:
         start = f"exec chromium --headless --no-sandbox --disable-gpu --user-data-dir={profile} --remote-debugging-pipe " \
                 f"about:blank 3<&{its_read} 4>&{its_write} 2>{profile}.log"
         self.process = subprocess.Popen(["bash", "-c", start], pass_fds=(its_read, its_write), close_fds=True)
-        atexit.register(self.process.terminate)
+        atexit.register(end, self.process)
         os.close(its_read), os.close(its_write)
         self.answers, self.commands, self.number, self.session = os.fdopen(read, "rb"), os.fdopen(write, "wb"), 0, {}
         target = self.do("Target.createTarget", url="about:blank")["targetId"]
@@ -80,7 +85,7 @@ class Browser:
 
 
 collector = subprocess.Popen([sys.argv[1], "--plain", "--status", "0", "--page", "collector/page"], stdout=subprocess.PIPE, text=True)
-atexit.register(collector.terminate)
+atexit.register(end, collector)
 page = "http://" + collector.stdout.readline().split()[-1]
 reports_at = "http://" + collector.stdout.readline().split()[-1] + "/"
 
