@@ -7,10 +7,14 @@ input=$scratch/input
 
 # What the agent sends of the stored reports, one JSON object a line, and as a database for the small sender.
 make_input() {
-    rm -f -- "$input" "$input.db"
-    answers=(--store "$input")
+    rm -f -- "$input" "$input.db" "$scratch/taken.db"
+    answers=(--store "$scratch/taken.db")
     pass this env
     answers=()
+    sqlite3 -readonly "$scratch/taken.db" "SELECT json_object('SHA256', sha256, '_ID', number,
+        'aggregationid', aggregationid, 'content', content, 'count', count, 'encoding', 'deflate+base64',
+        'first_time', first_time, 'last_time', last_time, 'module', module, 'size', size, 'type', type, 'uid', uid)
+        FROM reports" >"$input"
     {
         echo 'CREATE TABLE reports(id INTEGER PRIMARY KEY, json TEXT NOT NULL); BEGIN;'
         sed "s/'/''/g; s/.*/INSERT INTO reports(json) VALUES('&');/" "$input"
