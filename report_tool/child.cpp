@@ -6,8 +6,10 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 
 #include <exception>
+#include <iostream>
 #include <stdexcept>
 
 namespace report_tool {
@@ -48,7 +50,8 @@ std::string read_all(int descriptor) {
         answer = threw_mark + std::string(error.what());
     }
     write_all(descriptor, answer);
-    _exit(0);
+    // The only thread there is. NOLINTNEXTLINE(concurrency-mt-unsafe)
+    std::exit(0);
 }
 
 child_answer answer_of(const std::string& text, int status) {
@@ -69,6 +72,7 @@ child_answer in_child(unsigned int seconds, const std::function<std::string()>& 
     if (pipe2(ends, O_CLOEXEC) != 0) {
         throw std::runtime_error("no pipe can be made");
     }
+    std::cout.flush();  // Or the child would print it once more when it ends.
     const pid_t child = fork();
     if (child == 0) {
         close(ends[0]);
