@@ -49,12 +49,13 @@ end
 
 local settings
 
--- A number of CONFIG's "processor" object, 0 when it is absent or not positive.
+-- A number of CONFIG's "processor" object, 0 when it is absent, not positive or infinite. An infinite one would stand
+-- in SQL as the name of a column, and a column that is missing tells a foreign store.
 local function setting(name)
   if not settings then
     local read, root = pcall(json.decode, strip_comments(CONFIG))
     settings = read and type(root) == "table" and type(root.processor) == "table" and root.processor or {}
   end
   local value = settings[name]
-  return type(value) == "number" and value > 0 and math.floor(value) or 0
+  return type(value) == "number" and value > 0 and value < math.huge and math.floor(value) or 0
 end
