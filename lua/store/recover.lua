@@ -18,12 +18,14 @@ local function survey_aside(other)
 end
 
 -- The first report from an id on whose row can be read, or nil. Damage to a page hides the ids on it and stops a walk
--- over them, but not the way to others. Returns also where to go on without one, nil at the end.
+-- over them, but not the way to others. The first id is far above zero; the batches tell it. Returns also where to go
+-- on without one, nil at the end.
 local function next_aside(other, from)
   local columns = "SELECT " .. wide("id, module, type, aggregationid, count, first_time, last_time") .. " FROM reports "
   local read, row = pcall(other.row, columns .. "WHERE id >= %.0f ORDER BY reports.id LIMIT 1", from)
   if read then return row end
-  local last = survey_aside(other).last or 0
+  local last, oldest = survey_aside(other).last or 0, read_of(other, "SELECT min(first_id) + 0.0 AS id FROM batches")
+  from = math.max(from, oldest and oldest.id or 0)
   for id = from, math.min(from + PROBES, last) do
     row = read_of(other, columns .. "WHERE id = %.0f", id)
     if row then return row end
@@ -43,7 +45,7 @@ end
 local function restore(report, body)
   return transaction(function()
     local state, limit = read_state(), page_limit()
-    if limit > 0 and pages_for(#body) > limit - page_count() + free_pages() then
+    if pages_for(#body) > limit - page_count() + free_pages() then
       error("no room below db_max_size without dropping reports", 0)
     end
     return insert_report(state, report, { time = dispatch_time(state, get_timestamp()), body = body,
@@ -52,7 +54,7 @@ local function restore(report, body)
 end
 
 local function step(other, asked)
-  if other.number("PRAGMA application_id") ~= APPLICATION_ID then error(FOREIGN .. "another application's", 0) end
+  if other.number("PRAGMA application_id") ~= APPLICATION_ID then error("not a report store", 0) end
   local answer = asked.save and {} or survey_aside(other)
   local report, go_on = next_aside(other, asked.from)
   if not report then
