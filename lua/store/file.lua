@@ -202,7 +202,7 @@ end
 -- Makes way for a fresh database. A database that SQLite can read is always kept; of damaged ones only the first, for
 -- examination. The journal goes first, as a fresh database could take an old journal for its own.
 local function set_aside(message)
-  local known, times = pcall(database.number, "SELECT set_aside FROM accounts WHERE one = 1")
+  local known, times = pcall(function() return database.number("SELECT set_aside FROM accounts WHERE one = 1") end)
   times_set_aside = (known and times or times_set_aside) + 1
   close()
   local kept = name_aside(means(message, DAMAGE))

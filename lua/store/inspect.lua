@@ -111,8 +111,8 @@ local QUESTIONS = {
   plan = plan,
 }
 
--- A JSON object: the answer to a question, a word and what it is about (docs/storage_script.md). With `error` when it cannot be
--- told, and `foreign` or `damaged` where the next call of another function would set the store aside. To be
+-- A JSON object: the answer to a question, a word and what it is about (docs/storage_script.md). With `error` when it
+-- cannot be told, and `foreign` or `damaged` where the next call of another function would set the store aside. To be
 -- called under the agent's lock, and not while the database has an unfinished write, which opening it ends.
 function inspect(question)
   local done, answer = pcall(function()
