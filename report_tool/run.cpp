@@ -1,10 +1,3 @@
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <csignal>
-
 #include <algorithm>
 #include <exception>
 #include <iostream>
@@ -13,14 +6,12 @@
 
 #include <json/value.h>
 
+#include "agent_process.h"
 #include "command.h"
 #include "explain.h"
-#include "log_records.h"
-#include "logging.h"
 #include "look.h"
 #include "output.h"
 #include "owner.h"
-#include "pass.h"
 #include "pass_log.h"
 
 namespace report_tool {
@@ -38,82 +29,6 @@ std::map<unsigned int, int> list_modules() {
     }
     return modules;
 }
-
-volatile std::sig_atomic_t agent = 0;
-
-// The agent ends in order; what it does meanwhile is still shown.
-void stop_agent(int) {
-    if (agent > 0) {
-        kill(agent, SIGTERM);
-    }
-}
-
-[[noreturn]] void be_agent(int records) {
-    std::signal(SIGINT, SIG_IGN);
-    std::signal(SIGPIPE, SIG_IGN);
-    copy_records_to(records);
-    try {
-        reporter::run_sending_pass();
-    } catch (const std::exception& error) {
-        REPORTER_ERROR(error.what());
-    }
-    _exit(0);
-}
-
-// A pass in a process of its own, and the end of the pipe to which its records go.
-class agent_process {
-public:
-    agent_process() {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) {
-            throw std::runtime_error("no pipe can be made: " + error_text(errno));
-        }
-        std::signal(SIGTERM, SIG_DFL);
-        agent = fork();
-        if (agent == 0) {
-            close(ends[0]);
-            be_agent(ends[1]);
-        }
-        close(ends[1]);
-        _records = ends[0];
-        if (agent < 0) {
-            close(_records);
-            throw std::runtime_error("no process can be made: " + error_text(errno));
-        }
-        std::signal(SIGINT, stop_agent);
-        std::signal(SIGTERM, stop_agent);
-    }
-    agent_process(const agent_process&) = delete;
-    agent_process& operator=(const agent_process&) = delete;
-    ~agent_process() { close(_records); }
-
-    /// False at the end.
-    bool next_line(std::string& line) {
-        for (std::size_t end = 0; (end = _text.find('\n')) == std::string::npos;) {
-            char bytes[4096];
-            const ssize_t size = read(_records, bytes, sizeof bytes);
-            if (size == 0 || (size < 0 && errno != EINTR)) {
-                return false;
-            }
-            _text.append(bytes, size > 0 ? static_cast<std::size_t>(size) : 0);
-        }
-        line = _text.substr(0, _text.find('\n'));
-        _text.erase(0, line.size() + 1);
-        return true;
-    }
-
-    /// Whether it ended by itself.
-    static bool ended_well() {
-        int status = 0;
-        while (waitpid(agent, &status, 0) < 0 && errno == EINTR) {
-        }
-        return WIFEXITED(status);
-    }
-
-private:
-    int _records = -1;
-    std::string _text;
-};
 
 bool is_answered(const sent_chunk& chunk) {
     const int status = chunk.requests.empty() ? 200 : chunk.requests.back().status;
@@ -255,7 +170,7 @@ int run_pass(const common_options& options) {
     shown_pass pass(list_modules(), !options.json);
     agent_process process;
     pass.follow(process);
-    const bool ended_well = agent_process::ended_well();
+    const bool ended_well = agent_process::ended_by_itself();
     options.json ? print_json(pass.result()) : print_result(pass.result(), pass.log());
     if (!ended_well) {
         throw std::runtime_error("the pass was killed: its reports stay for the next one");
