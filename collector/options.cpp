@@ -37,6 +37,7 @@ ADDRESS", then one line per request. SIGTERM and SIGINT end it.
                             by its address
   --page DIR                shows a page there, too, whose files are in DIR: collector/page. With the embedded
                             database everyone who can reach it may also plan the next answers
+  --version                 prints the version, and does nothing else
 
 With the embedded database also:
   --known-hashes FILE       contents already known: one SHA-256 a line
@@ -74,7 +75,8 @@ enum option_number : int {
     KNOWN_HASHES,
     STORE,
     ANSWER,
-    HELP_TEXT
+    HELP_TEXT,
+    VERSION
 };
 
 constexpr std::array LONG_OPTIONS = {
@@ -90,6 +92,7 @@ constexpr std::array LONG_OPTIONS = {
     option{"store", required_argument, nullptr, STORE},
     option{"answer", required_argument, nullptr, ANSWER},
     option{"help", no_argument, nullptr, HELP_TEXT},
+    option{"version", no_argument, nullptr, VERSION},
     option{nullptr, 0, nullptr, 0}};
 
 void require(bool condition, const char* sentence) {
@@ -110,8 +113,8 @@ given_options read_command_line(int argc, char* argv[]) {
     // No other thread runs yet. NOLINTNEXTLINE(concurrency-mt-unsafe)
     while ((number = getopt_long(argc, argv, "", LONG_OPTIONS.data(), nullptr)) != -1) {
         require(number != '?', "see --help");
-        if (number == HELP_TEXT) {
-            std::cout << HELP;
+        if (number == HELP_TEXT || number == VERSION) {
+            std::cout << (number == VERSION ? "collector " TEV_VERSION "\n" : HELP);
             std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe)
         }
         given.values[number] = optarg != nullptr ? optarg : "";

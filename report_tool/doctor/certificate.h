@@ -9,8 +9,8 @@
 
 namespace report_tool::doctor {
 
-/// What the functions below show in the place of subjects and issuers, which is they themselves at
-/// first.
+/// From now on the functions below show what this makes of a subject or an issuer. Before that they
+/// show it as it is.
 void show_names_as(std::function<std::string(const std::string&)> shown);
 
 std::string name_of(const X509* certificate);

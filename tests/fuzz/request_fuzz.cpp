@@ -26,8 +26,8 @@ unsigned count(const Json::Value& codes, int wanted) {
 
 }  // namespace
 
-// Input: the body of a request, to both endpoints. What the form lets through the store has to
-// take, once.
+// Input: the body of a request, to both endpoints. Once the form is right, the store has to
+// take it, once.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string body(reinterpret_cast<const char*>(data), size);
     // Making a store takes longer than a run. It must not grow without end either.

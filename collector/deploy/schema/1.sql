@@ -1,4 +1,4 @@
--- The tables of a fleet's reports. Times are seconds since 1970; what the other columns hold says docs/server.md.
+-- The tables of a fleet's reports. Times are seconds since 1970; docs/server.md says what the other columns hold.
 
 CREATE FUNCTION seconds_now() RETURNS bigint LANGUAGE sql STABLE AS 'SELECT extract(epoch FROM now())::bigint';
 

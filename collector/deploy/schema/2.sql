@@ -1,6 +1,6 @@
 -- What is run from time to time. Days are those of UTC, counted from 1970.
 
--- Makes the partitions of today and some days ahead. A day of which rows are in reports_of_no_day has to do without.
+-- Makes the partitions of today and some days ahead. A day of which rows are in reports_of_no_day gets none.
 CREATE PROCEDURE make_days(ahead integer) LANGUAGE plpgsql AS $$
 DECLARE
   day bigint;
@@ -35,8 +35,8 @@ BEGIN
   DELETE FROM pairs WHERE arrived < seconds_now() - pair_days * 86400::bigint;
 END $$;
 
--- Deletes a device and all that came from it. It begins anew with its next request, so it has to be told first not to
--- send any more. A report that was under way in between comes again.
+-- Deletes a device and all that came from it. Its next request makes it anew, so its agent has to be switched off
+-- before. A report that was under way in between comes again.
 CREATE PROCEDURE forget_device(forgotten text) LANGUAGE sql AS $$
   DELETE FROM reports USING devices WHERE devices.id = reports.device AND duid = forgotten;
   DELETE FROM pairs USING devices WHERE devices.id = pairs.device AND duid = forgotten;
