@@ -56,6 +56,7 @@ trap clean_up EXIT
 trap 'exit 130' INT TERM
 source bench/lib.sh
 source bench/pass.sh
+source bench/memory.sh
 source bench/others.sh
 source bench/store.sh
 source bench/fleet.sh
