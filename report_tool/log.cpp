@@ -15,6 +15,7 @@
 #include "explain.h"
 #include "output.h"
 #include "pass_log.h"
+#include "progress.h"
 
 namespace report_tool {
 namespace {
@@ -64,10 +65,9 @@ std::vector<process> read_log(const std::string& name) {
 
 // From the time stamps; without them what pauses and requests take at least.
 Json::Value seconds_of(const pass_step& step) {
-    constexpr double pause_seconds = 0.15;
-    const double told = step.begin && step.end
-                            ? *step.end - *step.begin
-                            : step.pauses * pause_seconds + step.requests_seconds;
+    const auto pauses = static_cast<std::size_t>(step.pauses);
+    const double told = step.begin && step.end ? *step.end - *step.begin
+                                               : pause_seconds(pauses) + step.requests_seconds;
     return std::round(told * 1000) / 1000;
 }
 

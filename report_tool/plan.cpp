@@ -179,8 +179,11 @@ void print_plan(const Json::Value& plan) {
         print_requests(plan);
     }
     if (number_of(plan, "dropped_reports") > 0) {
-        std::cout << "Dropped for their age before: " << text_of(plan, "dropped_reports")
-                  << " reports, " << text_of(plan, "dropped_occurrences") << " occurrences.\n";
+        const auto count_of = [&](const char* member, const char* thing) {
+            return counted(static_cast<std::size_t>(number_of(plan, member)), thing);
+        };
+        std::cout << "Dropped for their age before: " << count_of("dropped_reports", "report")
+                  << ", " << count_of("dropped_occurrences", "occurrence") << ".\n";
     }
     for (const Json::Value& id : plan["unreadable"]) {
         std::cout << "Passed over, as it is no JSON object: " << id.asString() << '\n';

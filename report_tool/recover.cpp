@@ -167,8 +167,12 @@ private:
     long _unreadable = 0;
 };
 
+bool has_found(const Json::Value& result) {
+    return result["saved"] != 0 || result["unreadable"] != 0;
+}
+
 void print_result(const Json::Value& result) {
-    if (result["saved"] == 0 && result["unreadable"] == 0) {
+    if (!has_found(result)) {
         std::cout << "nothing is left to save: all that can be read of it was saved before\n";
         return;
     }
@@ -200,7 +204,10 @@ int recover_file(const std::string& name, const common_options& options) {
         failure = std::current_exception();
     }
     std::cout << (speaks ? "\n" : "");
-    options.json ? print_json(work.result()) : print_result(work.result());
+    const Json::Value result = work.result();
+    if (failure == nullptr || has_found(result)) {
+        options.json ? print_json(result) : print_result(result);
+    }
     if (failure != nullptr) {
         // What was saved is noted: a later run goes on behind it.
         std::rethrow_exception(failure);
