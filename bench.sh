@@ -69,7 +69,7 @@ provenance() {
     # shellcheck disable=SC2016  # backticks of Markdown
     printf '*`./bench.sh %s%s`, commit %s%s%s. %s, %d cores, Linux %s, %s, `-Os`.*\n' "$($full && echo '--full ')" "$1" \
         "$(git rev-parse --short=7 HEAD)" "$(git diff --quiet HEAD -- src processor lua || echo ' with changes')" \
-        "$turn" "$(awk -F ': ' '/^model name/ { print $2; exit }' /proc/cpuinfo)" "$(nproc)" "$(uname -r)" \
+        "$turn" "$(awk -F ': ' '/^model name/ { print $2; exit }' /proc/cpuinfo)" "$(nproc)" "$(uname -r | cut -d - -f 1)" \
         "$(c++ --version | head -n 1)"
 }
 
