@@ -4,7 +4,7 @@
 local APPLICATION_ID = 0x54455652
 
 -- A page is as large as the blocks of the file systems and of the flash below. So a lost block is one page, which the
--- journal covers, and takes no neighbours along that were not being written (docs/store.md has the figures).
+-- journal covers, and takes no neighbours along that were not being written (docs/store.md says more).
 local PAGE_SIZE = 4096
 
 -- All ids take five bytes as keys (2^28 to 2^32 - 1), and every table is a plain rowid table without an index. With
