@@ -18,7 +18,7 @@ namespace report_tool {
 /// What to do, at the end of an error's text.
 inline constexpr const char* see_doctor = ": see what `tev-report doctor` says";
 
-/// Why the store must not be opened by who is to change nothing; empty when it may be.
+/// Why the store must not be opened by a command that changes nothing; empty when it may be.
 struct store_obstacle {
     std::string cause;  ///< "absent", "empty", "unreadable", "damaged", "unfinished" or "foreign"
     std::string text;

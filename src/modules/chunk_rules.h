@@ -9,7 +9,7 @@
 
 namespace reporter::modules {
 
-// How reports are divided into requests: for the cycle, and for who foretells one. Any thread.
+// How reports are divided into requests, by the cycle and by a forecast of it. Any thread.
 
 /// Whether a report of so many bytes begins another chunk. One at the limit does even where the
 /// chunk is empty, so that an empty chunk goes first.
