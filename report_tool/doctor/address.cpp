@@ -10,7 +10,6 @@
 #include <curl/curl.h>
 
 #include "http_session.h"
-#include "output.h"
 
 namespace report_tool::doctor {
 namespace {
@@ -51,15 +50,15 @@ void examine_scheme(group& points, address& server, const std::string& scheme) {
         server.https = true;
     } else if (strncasecmp(server.url.c_str(), "https://", 8) == 0) {
         points.fault("url", "capitals",
-                     printable(server.url) +
+                     server.url +
                          ": the agent knows https:// in small letters only, and uses neither the "
                          "device's authorities nor its certificate",
                      "write https:// in small letters");
     } else if (scheme == "http") {
-        points.fault("url", "unencrypted", printable(server.url) + ": reports go out in the clear",
+        points.fault("url", "unencrypted", server.url + ": reports go out in the clear",
                      "write https://");
     } else {
-        points.fault("url", "scheme", printable(server.url) + " is no https:// address",
+        points.fault("url", "scheme", server.url + " is no https:// address",
                      "write https:// and the host's name");
     }
 }
@@ -105,16 +104,15 @@ address examine_address(group& points, const reporter::config_helper& sender) {
     const auto scheme = own.find("://");
     const auto host = scheme == std::string::npos ? 0 : scheme + 3;
     if (own.find('/', host) != std::string::npos) {
-        points.fault(
-            "url", "slash",
-            printable(server.url) + ": the port is behind a slash, and so part of the path",
-            "remove the slash at the end of server_url, and any path");
+        points.fault("url", "slash",
+                     server.url + ": the port is behind a slash, and so part of the path",
+                     "remove the slash at the end of server_url, and any path");
         return server;
     }
     if (parsed == nullptr || part_of(parsed, CURLUPART_PORT) != port) {
         const bool colon = own.find(':', host) != std::string::npos && own[host] != '[';
         points.fault("url", colon ? "port" : "unusable",
-                     printable(server.url) + " is no address with port " + port,
+                     server.url + " is no address with port " + port,
                      colon ? "leave the port to server_port"
                            : "write https:// and the host's name, and a number for the port");
         return server;
@@ -124,7 +122,7 @@ address examine_address(group& points, const reporter::config_helper& sender) {
     server.port = port;
     examine_scheme(points, server, part_of(parsed, CURLUPART_SCHEME));
     if (server.https) {
-        points.ok("url", printable(server.url));
+        points.ok("url", server.url);
     }
     return server;
 }

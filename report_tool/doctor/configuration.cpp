@@ -32,7 +32,7 @@ std::string place_of(const std::string& text, const reporter::json_fault& fault)
     const std::size_t newline = at == 0 ? std::string::npos : text.rfind('\n', at - 1);
     const std::size_t begin = newline == std::string::npos ? 0 : newline + 1;
     return "line " + std::to_string(line) + ", column " + std::to_string(at - begin + 1) + ": " +
-           fault.message + " at: " + printable(text.substr(begin, text.find('\n', begin) - begin));
+           fault.message + " at: " + text.substr(begin, text.find('\n', begin) - begin);
 }
 
 file_look look_at(const std::string& path) {

@@ -149,8 +149,8 @@ void pass_proxy(int socket, const std::string& host_and_port, const deadline& en
         answer.append(open ? 1 : 0, byte);
     }
     if (answer.compare(0, 7, "HTTP/1.") != 0 || answer.compare(8, 2, " 2") != 0) {
-        throw failure("proxy", "the proxy lets nothing through: " +
-                                   printable(answer.substr(0, answer.find('\r'))));
+        throw failure("proxy",
+                      "the proxy lets nothing through: " + answer.substr(0, answer.find('\r')));
     }
 }
 

@@ -9,6 +9,7 @@
 
 #include "configuration.h"
 #include "lock.h"
+#include "output.h"
 
 namespace report_tool::doctor {
 
@@ -82,7 +83,8 @@ public:
 private:
     void add(const std::string& name, state how, const std::string& cause, const std::string& found,
              const std::string& advice) {
-        _whole.points.push_back({_name, name, how, cause, found, advice});
+        _whole.points.push_back(
+            {_name, printable(name), how, cause, printable(found), printable(advice)});
     }
 
     examination& _whole;

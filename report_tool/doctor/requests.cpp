@@ -7,7 +7,6 @@
 #include "internal/transport/HttpSession.h"
 #include "json_io.h"
 #include "modules/report_sender_module.h"
-#include "output.h"
 
 namespace report_tool::doctor {
 namespace {
@@ -41,11 +40,10 @@ void examine_path(group& points, const char* name, const std::string& url, const
     const int status = session.post(body);
     const std::string answer(reinterpret_cast<const char*>(session.getReply()),
                              session.getReplySize());
-    const std::string found = printable(url) + " answers " + std::to_string(status);
+    const std::string found = url + " answers " + std::to_string(status);
     Json::Value content;
     if (status <= 0) {
-        points.fault(name, "transfer",
-                     printable(url) + ": libcurl's error " + std::to_string(-status),
+        points.fault(name, "transfer", url + ": libcurl's error " + std::to_string(-status),
                      "see that number in the table of operations");
     } else if (status == 400) {
         points.ok(name, found + ", as a server may to a request without content");

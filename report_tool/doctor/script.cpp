@@ -43,7 +43,7 @@ std::string others_than(const std::string& chosen, const std::string& dir) {
         const std::string name = entry.path().filename();
         if (name.compare(0, prefix.size(), prefix) == 0 && entry.path() != chosen &&
             entry.is_regular_file()) {
-            others.push_back(printable(name));
+            others.push_back(name);
         }
     }
     return join(others);
@@ -82,7 +82,7 @@ std::optional<reporter::script> choose(group& points) {
                            "leave one file: the last in the directory's order wins");
         } else {
             points.ok("file", chosen.path + ", version " +
-                                  (chosen.version.empty() ? "none" : printable(chosen.version)));
+                                  (chosen.version.empty() ? "none" : chosen.version));
         }
         return chosen;
     } catch (const std::exception& error) {
@@ -117,9 +117,9 @@ std::string with_place(const std::string& error, const std::string& path) {
     static const std::regex place(R"(\[string "[^\n]*"\]:(\d+))");
     std::smatch match;
     if (!std::regex_search(error, match, place)) {
-        return path + ": " + printable(error);
+        return path + ": " + error;
     }
-    return printable(path + ":" + std::to_string(std::stoul(match[1]) - 1) + match.suffix().str());
+    return path + ":" + std::to_string(std::stoul(match[1]) - 1) + match.suffix().str();
 }
 
 bool compiles(group& points, const reporter::script& script) {
@@ -132,7 +132,7 @@ bool compiles(group& points, const reporter::script& script) {
         return true;
     }
     const std::string error = lua_tostring(state.get_lua(), -1);
-    points.fault("syntax", "syntax", printable(script.path + error.substr(name.size() - 1)),
+    points.fault("syntax", "syntax", script.path + error.substr(name.size() - 1),
                  "install the storage script again");
     return false;
 }
@@ -149,7 +149,7 @@ bool modules_load(group& points, const reporter::config_helper& config) {
     std::smatch match;
     const bool missing = std::regex_search(error, match, module);
     points.fault("modules", missing ? "missing" : "failing",
-                 missing ? "module " + match[1].str() + " is not found" : printable(error),
+                 missing ? "module " + match[1].str() + " is not found" : error,
                  "install it below " + reporter::get_path_to_sqlite3_lua_lib() +
                      " or where Lua looks for modules");
     return false;

@@ -198,7 +198,7 @@ void examine_server(examination& whole) {
     try {
         server = examine_address(points, whole.config->get_helper("sender"));
     } catch (const std::exception& error) {
-        points.skipped("url", printable(error.what()));
+        points.skipped("url", error.what());
         return;
     }
     if (server.usable) {

@@ -34,7 +34,7 @@ bool may_be_opened(group& points) {
 }
 
 void tell_error(group& points, const Json::Value& look) {
-    const std::string text = printable(look["error"].asString());
+    const std::string text = look["error"].asString();
     if (look["foreign"].asBool() || look["damaged"].asBool()) {
         points.fault("file", look["foreign"].asBool() ? "foreign" : "damaged", text,
                      "the next call sets it aside and begins a fresh store: copy it before");
@@ -122,7 +122,7 @@ void examine_pages(examination& whole, group& points) {
     try {
         const Json::Value look =
             inspect_store(*whole.config, whole.script, "check", longest_check_seconds);
-        const std::string found = printable(look.get("check", look["error"]).asString());
+        const std::string found = look.get("check", look["error"]).asString();
         if (found == "ok") {
             points.ok("check", "SQLite finds no damage");
         } else {
@@ -173,7 +173,7 @@ void examine_store(examination& whole) {
         try {
             examine_content(whole, points);
         } catch (const std::exception& error) {
-            points.skipped("file", printable(error.what()));
+            points.skipped("file", error.what());
         }
     }
 }
