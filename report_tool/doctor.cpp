@@ -114,8 +114,8 @@ command doctor_command() {
     const auto add_options = [asked](CLI::App& app) {
         app.add_flag("--offline", asked->offline, "Leave the network out");
         app.add_option("--timeout", asked->timeout_seconds,
-                       "Seconds for the network, 10 by default")
-            ->check(CLI::Range(1, 3600));
+                       "Seconds for the network, 1 to 3600; 10 by default")
+            ->check(CLI::Range(1, 3600).description(""));
         app.add_flag("--deep", asked->deep, "Have SQLite look through the whole store");
         app.add_flag("--ask", asked->ask, "Send the server two requests without content");
     };

@@ -2,6 +2,8 @@
 
 #include <exception>
 #include <iostream>
+#include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -9,16 +11,26 @@
 
 #include "command.h"
 #include "log_records.h"
+#include "output.h"
 
 namespace {
 
 using namespace report_tool;
+
+// What was found, and the help of the command that was meant, which says what is expected.
+std::string tell_misuse(const CLI::App* app, const CLI::Error& error) {
+    const bool no_command = app->get_subcommands().empty() && !app->remaining().empty();
+    return "tev-report: " +
+           printable(no_command ? app->remaining().front() + " is no command" : error.what()) +
+           "\n\n" + app->help();
+}
 
 int run(int argc, char* argv[]) {
     CLI::App app("Shows what is in the report store of this device, and what keeps reports in it.",
                  "tev-report");
     app.require_subcommand(1);
     app.fallthrough();
+    app.failure_message(tell_misuse);
     app.set_version_flag("--version", "tev-report " TEV_VERSION);
     app.footer(
         "Exit status: 0 done; 1 failed, for doctor a fault; 2 wrong usage, or a user who may not "
@@ -57,7 +69,11 @@ int run(int argc, char* argv[]) {
 
 int main(int argc, char* argv[]) {
     try {
-        return run(argc, argv);
+        const int status = run(argc, argv);
+        if (!std::cout.flush()) {
+            throw std::runtime_error("the output could not be written in whole");
+        }
+        return status;
     } catch (const refusal& error) {
         std::cerr << "tev-report: " << error.what() << '\n';
         return refused;

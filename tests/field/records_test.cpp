@@ -27,7 +27,10 @@ TEST_F(records, ends_with_a_status_for_scripts) {
     write_text(data_dir() / "stats", "[]");
     output({"stats"}, 1);
     output({"stats", "--jsn"}, 2);
-    output({}, 2);
+    EXPECT_EQ(output({"stat"}, 2).find("tev-report: stat is no command\n"), 0U);
+    child_process full(
+        joined({"sh", "-c", "exec \"$@\" >/dev/full", "sh"}, built_program(TEV_REPORT, {"list"})));
+    EXPECT_EQ(full.wait(), 1) << full.output();
     output({"doctor", "--help"}, 0);
 }
 
