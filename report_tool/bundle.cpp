@@ -61,14 +61,10 @@ public:
         }
     }
     void write_all(const std::string& bytes) {
-        for (std::size_t at = 0; at < bytes.size();) {
-            const ssize_t size = write(_descriptor, bytes.data() + at, bytes.size() - at);
-            if (size < 0 && errno != EINTR) {
-                throw std::runtime_error(_path + " cannot be written: " + error_text(errno));
-            }
-            at += size > 0 ? static_cast<std::size_t>(size) : 0;
+        _whole = report_tool::write_all(_descriptor, bytes);
+        if (!_whole) {
+            throw std::runtime_error(_path + " cannot be written: " + error_text(errno));
         }
-        _whole = true;
     }
 
 private:
@@ -188,22 +184,13 @@ void show_content(const Json::Value& sizes, const std::string& path) {
                  "tell.\nNo report and no key is in it.\n";
 }
 
-bool is_wanted(const wishes& wanted) {
-    if (wanted.yes || isatty(STDIN_FILENO) == 0) {
-        return true;
-    }
-    std::cout << "Write it? [y/N] " << std::flush;
-    std::string answer;
-    std::getline(std::cin, answer);
-    return answer == "y" || answer == "yes";
-}
-
 int make_bundle(const wishes& wanted, const common_options& options) {
     if (geteuid() != 0) {
         become_owner();
     }
     const std::string log = wanted.log.empty() ? "" : read_records(wanted.log);
-    new_file file(wanted.file);
+    // One that cannot be made is told at once; Ctrl-C leaves none behind.
+    { const new_file attempt(wanted.file); }
     // The files here are those of whoever asks, those on the device its owner's.
     const child_answer answer = in_child(0, [&] { return collect_as_owner(wanted, log); });
     if (answer.how != child_answer::end::returned) {
@@ -215,11 +202,11 @@ int make_bundle(const wishes& wanted, const common_options& options) {
     Json::Value sizes;
     reporter::json_read(answer.text.substr(0, end), sizes, reporter::json_comments::skip);
     options.json ? print_json(sizes) : show_content(sizes, wanted.file);
-    if (!options.json && !is_wanted(wanted)) {
+    if (!options.json && !wanted.yes && isatty(STDIN_FILENO) == 1 && !is_confirmed("Write it?")) {
         std::cout << "nothing is written\n";
         return done;
     }
-    file.write_all(answer.text.substr(end));
+    new_file(wanted.file).write_all(answer.text.substr(end));
     return done;
 }
 

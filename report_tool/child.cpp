@@ -12,22 +12,13 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "output.h"
+
 namespace report_tool {
 namespace {
 
 constexpr char returned_mark = '+';
 constexpr char threw_mark = '-';
-
-void write_all(int descriptor, const std::string& text) {
-    std::size_t at = 0;
-    while (at < text.size()) {
-        const ssize_t size = write(descriptor, text.data() + at, text.size() - at);
-        if (size < 0 && errno != EINTR) {
-            return;
-        }
-        at += size > 0 ? static_cast<std::size_t>(size) : 0;
-    }
-}
 
 std::string read_all(int descriptor) {
     std::string text;

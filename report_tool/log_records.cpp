@@ -3,13 +3,14 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
 #include <algorithm>
 #include <string>
+
+#include "output.h"
 
 namespace {
 
@@ -24,13 +25,7 @@ int copy = -1;
 void write_copy(int priority, const char* tag, const char* text) {
     const std::string line = std::string(1, "DIWE"[std::clamp(priority, 3, 6) - 3]) + "/" + tag +
                              "(" + std::to_string(getpid()) + "): " + text;
-    for (std::size_t at = 0; at < line.size();) {
-        const ssize_t size = write(copy, line.data() + at, line.size() - at);
-        if (size < 0 && errno != EINTR) {
-            return;
-        }
-        at += size > 0 ? static_cast<std::size_t>(size) : 0;
-    }
+    report_tool::write_all(copy, line);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 
@@ -15,11 +16,6 @@
 
 namespace report_tool {
 namespace {
-
-bool is_number(const std::string& text) {
-    const std::size_t first = text.rfind('-', 0) == 0 ? 1 : 0;
-    return text.size() > first && text.find_first_not_of("0123456789", first) == std::string::npos;
-}
 
 std::vector<std::size_t> widths_of(const std::vector<std::vector<std::string>>& rows) {
     std::vector<std::size_t> widths;
@@ -111,6 +107,29 @@ std::string time_of(const Json::Value& object, const char* member) {
 
 std::string counted(std::size_t number, const std::string& thing) {
     return std::to_string(number) + " " + thing + (number == 1 ? "" : "s");
+}
+
+bool is_confirmed(const std::string& question) {
+    std::cerr << question << " [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "yes";
+}
+
+bool write_all(int descriptor, const std::string& bytes) {
+    for (std::size_t at = 0; at < bytes.size();) {
+        const ssize_t size = write(descriptor, bytes.data() + at, bytes.size() - at);
+        if (size < 0 && errno != EINTR) {
+            return false;
+        }
+        at += size > 0 ? static_cast<std::size_t>(size) : 0;
+    }
+    return true;
+}
+
+bool is_number(const std::string& text) {
+    const std::size_t first = text.rfind('-', 0) == 0 ? 1 : 0;
+    return text.size() > first && text.find_first_not_of("0123456789", first) == std::string::npos;
 }
 
 std::string error_text(int error) {

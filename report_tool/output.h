@@ -53,6 +53,15 @@ std::string time_of(const Json::Value& object, const char* member);
 /// "1 report", "2 reports".
 std::string counted(std::size_t number, const std::string& thing);
 
+/// Asks on the terminal; anything but "y" or "yes" is no.
+bool is_confirmed(const std::string& question);
+
+/// False where it cannot be written, as errno says.
+bool write_all(int descriptor, const std::string& bytes);
+
+/// Digits with a minus or none before them.
+bool is_number(const std::string& text);
+
 /// The system's text for an error number.
 std::string error_text(int error);
 

@@ -1,7 +1,6 @@
 #include "pass_log.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -27,13 +26,6 @@ double number_behind(const std::string& text, const char* word) {
 
 unsigned int id_behind(const std::string& text, const char* word) {
     return static_cast<unsigned int>(number_behind(text, word));
-}
-
-bool is_number(const std::string& text) {
-    const std::size_t first = text[0] == '-' ? 1 : 0;
-    return text.size() > first &&
-           std::all_of(text.begin() + static_cast<std::ptrdiff_t>(first), text.end(),
-                       [](unsigned char digit) { return std::isdigit(digit) != 0; });
 }
 
 // Of "11-24 21:05:59.123" or "2026-11-24 21:05:59.123" at the start of a line. One year is taken

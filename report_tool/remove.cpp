@@ -48,14 +48,6 @@ std::vector<unsigned int> find_reports(const remove_options& wanted) {
     return found;
 }
 
-bool is_confirmed(std::size_t reports) {
-    std::cerr << "Remove " << counted(reports, "report") << " for good, without sending? [y/N] "
-              << std::flush;
-    std::string answer;
-    std::getline(std::cin, answer);
-    return answer == "y" || answer == "yes";
-}
-
 unsigned int remove_report(reporter::reports_storage& store, unsigned int id) {
     const auto removed = in_turn([&] { return store.remove_report(id); });
     if (removed.empty()) {
@@ -97,7 +89,9 @@ int remove_reports(const std::vector<unsigned int>& ids, const common_options& o
 int remove(const remove_options& wanted, const common_options& options) {
     require_owner();
     const std::vector<unsigned int> found = find_reports(wanted);
-    if (found.empty() || (!wanted.yes && !is_confirmed(found.size()))) {
+    const std::string question =
+        "Remove " + counted(found.size(), "report") + " for good, without sending?";
+    if (found.empty() || (!wanted.yes && !is_confirmed(question))) {
         std::cerr << "tev-report: nothing was removed\n";
         return failed;
     }
