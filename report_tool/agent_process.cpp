@@ -30,6 +30,7 @@ void stop_agent(int) {
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
     copy_records_to(records);
+    REPORTER_INFO("processor pid:" << getpid());
     try {
         reporter::run_sending_pass();
     } catch (const std::exception& error) {

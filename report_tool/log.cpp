@@ -105,6 +105,7 @@ Json::Value describe(const process& whole) {
     one["process"] = whole.number;
     one["pass"] = log.is_pass;
     one["finished"] = log.finished;
+    one["stopped"] = log.stopped;
     one["gate"] = log.gate;
     one["saved"] = log.saved;
     one["refused"] = log.refused;
@@ -184,6 +185,7 @@ void print_process(const Json::Value& one, const std::vector<told>& complaints) 
         std::cout << "  "
                   << (!gate.empty()              ? printable(gate)
                       : one["finished"].asBool() ? "ended by itself"
+                      : one["stopped"].asBool()  ? "was stopped"
                                                  : "its end is not in this log")
                   << '\n';
     }

@@ -199,8 +199,12 @@ void process_log::add(const log_line& line) {
         begin_step("listing times");
     } else if (begins(text, "time expired: ")) {
         begin_step("due " + due_time(text.substr(std::strlen("time expired: "))));
+    } else if (begins(text, "stopping module: ")) {
+        stopped = !_over;
+    } else if (begins(text, "waited ")) {
+        _over = true;
     } else if (begins(text, "report_sender_module_policy::finish")) {
-        finished = true;
+        finished = !stopped;
         begin_step("end");
     } else if (begins(text, "count ids in cursor: ")) {
         steps.back().reports = id_behind(text, ": ");

@@ -67,6 +67,7 @@ public:
 
     bool is_pass = false;   ///< the agent, and not a program that saves
     bool finished = false;  ///< the sending came to its own end
+    bool stopped = false;   ///< it was told to end before
     std::string gate;       ///< why nothing is sent
     int saved = 0, refused = 0;
     std::vector<pass_step> steps{{"start"}};
@@ -82,6 +83,7 @@ private:
     std::size_t _next_id = 0;            ///< which of them is read
     std::deque<unsigned int> _read_ids;  ///< read, and not in a chunk
     long _codes_left = 0;
+    bool _over = false;  ///< the work has ended
 };
 
 }  // namespace report_tool

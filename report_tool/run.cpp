@@ -55,9 +55,7 @@ std::vector<std::pair<unsigned int, std::string>> outcomes_of(const sent_chunk& 
 class shown_pass {
 public:
     shown_pass(std::map<unsigned int, int> modules, bool speaks)
-        : _modules(std::move(modules)), _speaks(speaks) {
-        _log.is_pass = true;
-    }
+        : _modules(std::move(modules)), _speaks(speaks) {}
 
     void follow(agent_process& process) {
         for (std::string line; process.next_line(line);) {
@@ -156,8 +154,9 @@ void print_result(const Json::Value& result, const process_log& log) {
     if (!log.gate.empty()) {
         std::cout << printable(log.gate) << '\n';
     } else if (result["outcomes"].empty()) {
-        std::cout << (log.finished ? "nothing was due\n"
-                                   : "the pass ended before its reports: see what doctor says\n");
+        std::cout << (log.stopped    ? "nothing was sent\n"
+                      : log.finished ? "nothing was due\n"
+                                     : "the pass ended before its reports: see what doctor says\n");
     } else {
         std::cout << '\n';
         rows.print();
@@ -172,8 +171,10 @@ int run_pass(const common_options& options) {
     pass.follow(process);
     const bool ended_well = agent_process::ended_by_itself();
     options.json ? print_json(pass.result()) : print_result(pass.result(), pass.log());
-    if (!ended_well) {
-        throw std::runtime_error("the pass was killed: its reports stay for the next one");
+    if (!ended_well || pass.log().stopped) {
+        throw std::runtime_error(std::string("the pass was ") +
+                                 (ended_well ? "stopped" : "killed") +
+                                 ": what it did not send stays for the next one");
     }
     return !pass.log().gate.empty() ? gate_closed : pass.got_through() ? done : failed;
 }

@@ -75,7 +75,7 @@ TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
 
     std::optional<child_process> tool;
     raw_peer silent({[&](peer_connection& client) {
-        client.read();
+        client.read_request();
         tool->signal(SIGINT);
         client.read();
     }});
@@ -84,6 +84,7 @@ TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
     tool.emplace(joined({"env", "LD_PRELOAD=" TEV_PRELOAD}, built_program(TEV_REPORT, {"run"})));
     EXPECT_EQ(tool->wait(), 1) << tool->output();
     EXPECT_NE(tool->output().find("curl:"), std::string::npos) << tool->output();
+    EXPECT_NE(tool->output().find("the pass was stopped"), std::string::npos) << tool->output();
     EXPECT_EQ(stored(), 1);
     set_vconf("db/menu/homedeck/homedatacontrol/defaultdisclaimeragree", 0);
     EXPECT_EQ(output({"run"}, 3), "Sending reports canceled. Waiting for user agreement\n");
