@@ -26,8 +26,12 @@ constexpr line lines[] = {
     {"set_aside", "times that a database was set aside"},
 };
 
+// Empty while there is no store.
 Json::Value read_accounts() {
-    const Json::Value look = ask_store("store");
+    const Json::Value look = ask_store_if_any("store");
+    if (look.empty()) {
+        return look;
+    }
     if (!look["accounts"].isObject()) {
         throw std::runtime_error(look.get("error", "the store has no accounts").asString());
     }
@@ -44,6 +48,10 @@ int show_accounts(const common_options& options) {
     const Json::Value accounts = read_accounts();
     if (options.json) {
         print_json(accounts);
+        return done;
+    }
+    if (accounts.empty()) {
+        std::cout << "there is no store yet: the next call of the agent makes it\n";
         return done;
     }
     table rows({"account", "count", ""});

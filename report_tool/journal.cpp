@@ -1,7 +1,3 @@
-#include <unistd.h>
-
-#include <cerrno>
-
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -9,8 +5,6 @@
 #include <json/value.h>
 
 #include "command.h"
-#include "common.h"
-#include "data_dir.h"
 #include "output.h"
 #include "owner.h"
 
@@ -26,12 +20,8 @@ std::string take_field(std::string& text) {
 }
 
 Json::Value read_journal() {
-    const std::string path = reporter::REPORTER_DATA_DIR + "journal";
     Json::Value entries(Json::arrayValue);
-    if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
-        return entries;
-    }
-    std::istringstream lines(reporter::read_file(path));
+    std::istringstream lines(read_device_file("journal").value_or(""));
     for (std::string line; std::getline(lines, line);) {
         Json::Value& entry = entries.append(Json::objectValue);
         entry["time"] = take_field(line);

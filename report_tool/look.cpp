@@ -6,7 +6,6 @@
 #include <stdexcept>
 
 #include "command.h"
-#include "failure.h"
 #include "json_io.h"
 #include "lua/lua_state.h"
 #include "output.h"
@@ -21,17 +20,11 @@ constexpr std::size_t ids_in_a_question = 100;
 
 // Empty while there is no store.
 Json::Value answer_to(const std::string& question) {
-    Json::Value answer(Json::objectValue);
-    try {
-        answer = ask_store(question);
-    } catch (const failure& obstacle) {
-        if (obstacle.cause != "absent" && obstacle.cause != "empty") {
-            throw;
-        }
-    }
+    Json::Value answer = ask_store_if_any(question);
     if (answer.isMember("error")) {
         throw std::runtime_error("the store cannot be looked at, " +
-                                 printable(answer["error"].asString()) + see_doctor);
+                                 printable(answer["error"].asString()) +
+                                 ": see what `tev-report doctor --deep` says");
     }
     return answer;
 }

@@ -11,8 +11,10 @@
 #include <string>
 
 #include "command.h"
+#include "common.h"
 #include "data_dir.h"
 #include "output.h"
+#include "store.h"
 
 namespace report_tool {
 namespace {
@@ -60,6 +62,17 @@ void require_owner() {
     if (!become_owner()) {
         throw std::runtime_error(reporter::REPORTER_DATA_DIR + " is not there: install the agent");
     }
+}
+
+std::optional<std::string> read_device_file(const std::string& name) {
+    const std::string path = reporter::REPORTER_DATA_DIR + name;
+    if (access(path.c_str(), R_OK) == 0) {
+        return reporter::read_file(path);
+    }
+    if (errno != ENOENT) {
+        throw std::runtime_error(path + ": " + error_text(errno) + see_doctor);
+    }
+    return std::nullopt;
 }
 
 }  // namespace report_tool

@@ -151,8 +151,9 @@ Json::Value make_plan(bool yes) {
     }
     Json::Value plan = pass.result();
     plan["closed_gates"] = closed_gates(config);
-    for (const char* name : {"later", "dropped_reports", "dropped_occurrences"}) {
-        plan[name] = listing[name];
+    plan["later"] = listing["later"].empty() ? Json::Value(Json::arrayValue) : listing["later"];
+    for (const char* name : {"dropped_reports", "dropped_occurrences"}) {
+        plan[name] = listing.get(name, 0);
     }
     return plan;
 }

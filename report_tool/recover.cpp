@@ -181,7 +181,9 @@ void print_result(const Json::Value& result) {
         rows.add({module, result["modules"][module]["saved"].asString(),
                   result["modules"][module]["occurrences"].asString()});
     }
-    rows.print();
+    if (!result["modules"].empty()) {
+        rows.print();
+    }
     std::cout << "\nsaved " << counted(result["saved"].asUInt(), "report") << " with "
               << counted(result["occurrences"].asUInt(), "occurrence")
               << ", not whole: " << result["unreadable"].asString();

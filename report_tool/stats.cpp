@@ -1,7 +1,3 @@
-#include <unistd.h>
-
-#include <cerrno>
-
 #include <iostream>
 #include <map>
 #include <stdexcept>
@@ -11,8 +7,6 @@
 #include <json/value.h>
 
 #include "command.h"
-#include "common.h"
-#include "data_dir.h"
 #include "json_io.h"
 #include "lock.h"
 #include "output.h"
@@ -23,15 +17,15 @@ namespace {
 
 // Under its lock, as it is written in place.
 Json::Value read_stats() {
-    const std::string path = reporter::REPORTER_DATA_DIR + "stats";
-    if (access(path.c_str(), F_OK) != 0 && errno == ENOENT) {
+    if (!read_device_file("stats")) {
         return Json::Value(Json::objectValue);
     }
     const held_lock lock(stats_lock);
     Json::Value content;
-    if (!reporter::json_read(reporter::read_file(path), content, reporter::json_comments::skip) ||
+    if (!reporter::json_read(read_device_file("stats").value_or(""), content,
+                             reporter::json_comments::skip) ||
         !content.isObject()) {
-        throw std::runtime_error(path + " is no JSON object: the next event begins it anew");
+        throw std::runtime_error("stats is no JSON object: the next event begins it anew");
     }
     return content;
 }

@@ -131,6 +131,17 @@ Json::Value ask_store(const std::string& question) {
                          longest_look_seconds);
 }
 
+Json::Value ask_store_if_any(const std::string& question) {
+    try {
+        return ask_store(question);
+    } catch (const failure& obstacle) {
+        if (obstacle.cause != "absent" && obstacle.cause != "empty") {
+            throw;
+        }
+    }
+    return Json::Value(Json::objectValue);
+}
+
 bool can_inspect() {
     const auto config = load_device();
     const held_lock lock(store_lock);

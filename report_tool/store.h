@@ -41,6 +41,8 @@ Json::Value call_script(reporter::lua_sandbox& sandbox, const char* function,
 /// The same for the device's configuration and script, with the lock taken. Throws an
 /// obstacle as failure.
 Json::Value ask_store(const std::string& question);
+/// The same; an empty object while there is no store.
+Json::Value ask_store_if_any(const std::string& question);
 
 /// Whether the device's storage script has that function. Throws std::runtime_error when the
 /// script does not load.

@@ -18,10 +18,10 @@
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
 
-#include "common.h"
 #include "data_dir.h"
 #include "json_io.h"
 #include "output.h"
+#include "owner.h"
 
 namespace report_tool {
 namespace {
@@ -153,10 +153,10 @@ void make_key(const std::string& path) {
 
 std::string veil_key() {
     const std::string path = reporter::REPORTER_DATA_DIR + "bundle_key";
-    if (access(path.c_str(), F_OK) != 0) {
+    if (!read_device_file("bundle_key")) {
         make_key(path);
     }
-    std::string key = reporter::read_file(path);
+    std::string key = read_device_file("bundle_key").value_or("");
     if (key.size() != key_size) {
         throw std::runtime_error("the key of the hashes, " + path + ", has " +
                                  std::to_string(key.size()) + " bytes instead of " +
