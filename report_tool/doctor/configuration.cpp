@@ -31,8 +31,12 @@ std::string place_of(const std::string& text, const reporter::json_fault& fault)
     const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<long>(at), '\n');
     const std::size_t newline = at == 0 ? std::string::npos : text.rfind('\n', at - 1);
     const std::size_t begin = newline == std::string::npos ? 0 : newline + 1;
+    // Of a long line what is around the place.
+    constexpr std::size_t shown = 80;
+    const std::size_t from = at - begin > shown ? at - shown : begin;
+    const std::size_t end = std::min(text.find('\n', begin), at + shown);
     return "line " + std::to_string(line) + ", column " + std::to_string(at - begin + 1) + ": " +
-           fault.message + " at: " + text.substr(begin, text.find('\n', begin) - begin);
+           fault.message + " at: " + text.substr(from, end - from);
 }
 
 file_look look_at(const std::string& path) {

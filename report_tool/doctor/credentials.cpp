@@ -66,8 +66,8 @@ void examine_authorities(examination& whole, group& points, const STACK_OF(X509_
                            "bring a bundle with its successor, unless the clock is wrong");
         }
     }
-    const std::string found =
-        std::to_string(certificates) + " certificates in " + CredentialPlaces::authorities;
+    const std::string found = counted(static_cast<std::size_t>(certificates), "certificate") +
+                              " in " + CredentialPlaces::authorities;
     if (certificates == 0) {
         points.fault("bundle", "no-certificate", found,
                      "no server is trusted: install the bundle again");
@@ -83,8 +83,9 @@ bool examine_bundle(examination& whole, group& points) {
     const std::string path = CredentialPlaces::authorities;
     const char* const advice = "install the platform's bundle of authorities";
     if (access(path.c_str(), R_OK) != 0) {
-        points.fault("bundle", errno == ENOENT ? "missing" : "access",
-                     path + ": " + error_text(errno), advice);
+        const bool absent = errno == ENOENT;
+        points.fault("bundle", absent ? "missing" : "access", path + ": " + error_text(errno),
+                     absent ? advice : "make it readable for the agent's user");
         return false;
     }
     const std::string text = reporter::read_file_default(path, "");
@@ -133,9 +134,11 @@ void examine_package(group& points, const std::string& item) {
     const std::string name = item == CredentialPlaces::key ? "key" : "certificate";
     const std::string missing = item + " is not in secure storage, and ";
     if (access(path.c_str(), R_OK) != 0) {
-        points.fault(name, "missing",
-                     missing + path + ", from which it is installed: " + error_text(errno),
-                     "bring the device's key package");
+        const bool absent = errno == ENOENT;
+        points.fault(
+            name, absent ? "missing" : "access",
+            missing + path + ", from which it is installed: " + error_text(errno),
+            absent ? "bring the device's key package" : "make it readable for the agent's user");
         return;
     }
     const auto items = items_in(reporter::read_file_default(path, ""));

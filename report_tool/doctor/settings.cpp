@@ -24,6 +24,14 @@ std::string written(const Json::Value& value) {
     return text;
 }
 
+// What is set, of which type it has to be, and what counts where it is not set.
+std::string described(const setting& one, const Json::Value& value) {
+    return (value.isNull() ? "not set" : written(value)) + " (" +
+           type_names[static_cast<int>(one.type)] +
+           (one.fallback == nullptr ? ", no default)"
+                                    : std::string(", default ") + one.fallback + ")");
+}
+
 // As the JSON library converts for the agent.
 bool fits(const setting& one, const Json::Value& value) {
     switch (one.type) {
@@ -93,7 +101,7 @@ void tell_number(group& configuration, const setting& one, const Json::Value& va
         configuration.warning(path, "zero", "0: each report goes in a request of its own",
                               "set it, 524288 for instance");
     } else {
-        configuration.ok(path, text);
+        configuration.ok(path, described(one, value));
     }
 }
 
@@ -110,7 +118,7 @@ void tell_text(group& configuration, const setting& one, const Json::Value& valu
                               written(value) + " is no schedule: 03:00 is used instead",
                               R"(write "0", a number of seconds, or "HH:MM,HH:MM")");
     } else {
-        configuration.ok(one.path(), written(value));
+        configuration.ok(one.path(), described(one, value));
     }
 }
 
@@ -161,7 +169,7 @@ void examine_setting(group& configuration, const setting& one, const Json::Value
     if (value.isNull() && one.fallback == nullptr) {
         configuration.fault(one.path(), "missing", "is not set, and has no default", "set it");
     } else if (value.isNull()) {
-        configuration.ok(one.path(), std::string("not set: ") + one.fallback);
+        configuration.ok(one.path(), described(one, value));
     } else if (!fits(one, value)) {
         tell_misfit(configuration, one, value);
     } else if (one.type == kind::number) {
@@ -169,7 +177,7 @@ void examine_setting(group& configuration, const setting& one, const Json::Value
     } else if (one.type == kind::text) {
         tell_text(configuration, one, value);
     } else {
-        configuration.ok(one.path(), written(value));
+        configuration.ok(one.path(), described(one, value));
     }
 }
 

@@ -91,12 +91,12 @@ void examine_accounts(group& points, const Json::Value& look) {
     }
     if (of("refused") > 0) {
         points.warning("refused", "too-large",
-                       std::to_string(of("refused")) + " reports were too large for the store",
+                       "too large for the store: " + std::to_string(of("refused")),
                        "raise db_max_size, or make the reports smaller");
     }
     if (of("set_aside") > 0) {
         points.warning("set_aside", "set-aside",
-                       "a database was set aside " + std::to_string(of("set_aside")) + " times",
+                       "databases set aside: " + std::to_string(of("set_aside")),
                        "look into db_reports.broken and db_reports.foreign.*, then delete them");
     }
 }
@@ -111,8 +111,10 @@ void examine_times(examination& whole, group& points, const Json::Value& look) {
             next = time;
         }
     }
-    points.ok("times", std::to_string(due) + " reports are due, " + std::to_string(later) +
-                           " later" + (next == 0 ? "" : ", the next at " + readable_time(next)));
+    points.ok("times", std::to_string(due) +
+                           (due == 1 ? " report is due, " : " reports are due, ") +
+                           std::to_string(later) + " later" +
+                           (next == 0 ? "" : ", the next at " + readable_time(next)));
     if (look["newest"].isNumeric()) {
         whole.newest_report = look["newest"].asInt64();
     }
