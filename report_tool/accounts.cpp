@@ -28,7 +28,7 @@ constexpr line lines[] = {
 
 // Empty while there is no store.
 Json::Value read_accounts() {
-    const Json::Value look = ask_store_if_any("store");
+    Json::Value look = ask_store_if_any("store");
     if (look.empty()) {
         return look;
     }

@@ -34,17 +34,6 @@ std::size_t character_size(const std::string& bytes, std::size_t at) {
     return control ? 0 : size;
 }
 
-std::string hex(const std::string& bytes, const char* between = "") {
-    std::string text;
-    for (const char byte : bytes) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
-        text += text.empty() ? "" : between;
-        text += digits;
-    }
-    return text;
-}
-
 }  // namespace
 
 std::optional<std::string> decode_content(const Json::Value& report) {
@@ -66,6 +55,17 @@ bool unpack_content(Json::Value& report) {
         report[is_text(*bytes) ? "text" : "hex"] = is_text(*bytes) ? *bytes : hex(*bytes);
     }
     return bytes.has_value();
+}
+
+std::string hex(const std::string& bytes, const char* between) {
+    std::string text;
+    for (const char byte : bytes) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
+        text += text.empty() ? "" : between;
+        text += digits;
+    }
+    return text;
 }
 
 bool is_text(const std::string& bytes) {

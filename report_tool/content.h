@@ -18,6 +18,9 @@ bool unpack_content(Json::Value& report);
 /// Whether these bytes are valid UTF-8 without what a terminal would take for a command.
 bool is_text(const std::string& bytes);
 
+/// Two digits a byte.
+std::string hex(const std::string& bytes, const char* between = "");
+
 /// Lines of sixteen bytes, each with its place, the bytes as hex and what of them is printable.
 std::string hex_dump(const std::string& bytes);
 

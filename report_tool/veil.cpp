@@ -5,7 +5,6 @@
 
 #include <cctype>
 #include <cerrno>
-#include <cstdio>
 
 #include <algorithm>
 #include <functional>
@@ -18,6 +17,7 @@
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
 
+#include "content.h"
 #include "data_dir.h"
 #include "json_io.h"
 #include "output.h"
@@ -194,13 +194,7 @@ std::string veil::hash_of(const std::string& value) const {
     unsigned int size = 0;
     HMAC(EVP_sha256(), _key.data(), static_cast<int>(_key.size()),
          reinterpret_cast<const unsigned char*>(value.data()), value.size(), digest, &size);
-    std::string text = "hidden-";
-    char digits[3];
-    for (unsigned int at = 0; at < shown_bytes && at < size; ++at) {
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned int>(digest[at]));
-        text += digits;
-    }
-    return text;
+    return "hidden-" + hex({digest, digest + std::min(size, shown_bytes)});
 }
 
 std::string veil::over(const std::string& text) const {

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 
-#include <cstdio>
 #include <ctime>
 
 #include <memory>
@@ -12,6 +11,7 @@
 #include <openssl/evp.h>
 #include <openssl/x509v3.h>
 
+#include "content.h"
 #include "output.h"
 
 namespace report_tool::doctor {
@@ -48,13 +48,7 @@ std::string fingerprint(const X509* certificate) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int size = 0;
     X509_digest(certificate, EVP_sha256(), digest, &size);
-    std::string text;
-    char digits[3];
-    for (unsigned int at = 0; at < size; ++at) {
-        std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned int>(digest[at]));
-        text += digits;
-    }
-    return text;
+    return hex({digest, digest + size});
 }
 
 std::string text_of(const GENERAL_NAME* name) {

@@ -168,16 +168,14 @@ const std::vector<setting>& known_settings() {
 void examine_setting(group& configuration, const setting& one, const Json::Value& value) {
     if (value.isNull() && one.fallback == nullptr) {
         configuration.fault(one.path(), "missing", "is not set, and has no default", "set it");
-    } else if (value.isNull()) {
+    } else if (value.isNull() || (one.type == kind::truth && fits(one, value))) {
         configuration.ok(one.path(), described(one, value));
     } else if (!fits(one, value)) {
         tell_misfit(configuration, one, value);
     } else if (one.type == kind::number) {
         tell_number(configuration, one, value);
-    } else if (one.type == kind::text) {
-        tell_text(configuration, one, value);
     } else {
-        configuration.ok(one.path(), described(one, value));
+        tell_text(configuration, one, value);
     }
 }
 
