@@ -106,11 +106,11 @@ bool examine_bundle(examination& whole, group& points) {
     return true;
 }
 
-// Names of what a package in the form of a tar archive holds, with their sizes; nothing when it is
-// of another form or ends early.
-std::optional<std::map<std::string, std::size_t>> items_in(const std::string& package) {
+// What a package in the form of a tar archive holds, by name; nothing when it is of another form or
+// ends early.
+std::optional<std::map<std::string, std::string>> items_in(const std::string& package) {
     constexpr std::size_t block = 512, magic_at = 257, size_at = 124, size_digits = 11;
-    std::map<std::string, std::size_t> items;
+    std::map<std::string, std::string> items;
     for (std::size_t at = 0; at + block <= package.size();) {
         if (package[at] == '\0') {
             return items;
@@ -122,38 +122,14 @@ std::optional<std::map<std::string, std::size_t>> items_in(const std::string& pa
         name.erase(0, name.compare(0, 2, "./") == 0 ? 2 : 0);
         const std::size_t size =
             std::strtoul(package.substr(at + size_at, size_digits).c_str(), nullptr, 8);
-        items[name] = size;
-        at += block + (size + block - 1) / block * block;
+        const std::size_t begin = at + block;
+        if (size > package.size() - begin) {
+            return std::nullopt;
+        }
+        items[name] = package.substr(begin, size);
+        at = begin + (size + block - 1) / block * block;
     }
     return std::nullopt;
-}
-
-// As far as that goes without installing it.
-void examine_package(group& points, const std::string& item) {
-    const std::string path = CredentialPlaces::package;
-    const std::string name = item == CredentialPlaces::key ? "key" : "certificate";
-    const std::string missing = item + " is not in secure storage, and ";
-    if (access(path.c_str(), R_OK) != 0) {
-        const bool absent = errno == ENOENT;
-        points.fault(
-            name, absent ? "missing" : "access",
-            missing + path + ", from which it is installed: " + error_text(errno),
-            absent ? "bring the device's key package" : "make it readable for the agent's user");
-        return;
-    }
-    const auto items = items_in(reporter::read_file_default(path, ""));
-    if (!items) {
-        points.fault(
-            name, "broken-package",
-            missing + path + ", from which it is installed, is no whole tar archive",
-            "bring the device's key package again, unless the platform's has another form");
-    } else if (items->count(item) == 0) {
-        points.fault(name, "missing", missing + "neither is it in " + path,
-                     "bring the device's key package");
-    } else {
-        points.warning(name, "not-installed", missing + path + " holds it",
-                       "nothing: the next pass that sends installs it");
-    }
 }
 
 void examine_certificate(examination& whole, group& points, const std::string& text) {
@@ -211,6 +187,37 @@ bool examine_key(group& points, const std::string& text) {
     return belongs;
 }
 
+// As far as that goes without installing it.
+void examine_package(examination& whole, group& points, const std::string& item) {
+    const std::string path = CredentialPlaces::package;
+    const std::string name = item == CredentialPlaces::key ? "key" : "certificate";
+    const std::string missing = item + " is not in secure storage, and ";
+    if (access(path.c_str(), R_OK) != 0) {
+        const bool absent = errno == ENOENT;
+        points.fault(
+            name, absent ? "missing" : "access",
+            missing + path + ", from which it is installed: " + error_text(errno),
+            absent ? "bring the device's key package" : "make it readable for the agent's user");
+        return;
+    }
+    const auto items = items_in(reporter::read_file_default(path, ""));
+    if (!items) {
+        points.fault(
+            name, "broken-package",
+            missing + path + ", from which it is installed, is no whole tar archive",
+            "bring the device's key package again, unless the platform's has another form");
+    } else if (items->count(item) == 0) {
+        points.fault(name, "missing", missing + "neither is it in " + path,
+                     "bring the device's key package");
+    } else {
+        points.warning(name, "not-installed", missing + path + " holds it",
+                       "nothing: the next pass that sends installs it");
+        if (item == CredentialPlaces::certificate) {
+            examine_certificate(whole, points, items->at(item));
+        }
+    }
+}
+
 }  // namespace
 
 void examine_credentials(examination& whole) {
@@ -221,10 +228,10 @@ void examine_credentials(examination& whole) {
     if (certificate) {
         examine_certificate(whole, points, *certificate);
     } else {
-        examine_package(points, CredentialPlaces::certificate);
+        examine_package(whole, points, CredentialPlaces::certificate);
     }
     if (!key) {
-        examine_package(points, CredentialPlaces::key);
+        examine_package(whole, points, CredentialPlaces::key);
     } else if (!certificate) {
         points.skipped("key", "its passphrase comes from the certificate, which is missing");
     } else {

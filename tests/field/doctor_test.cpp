@@ -145,6 +145,11 @@ TEST_F(doctor, looks_at_credentials_and_clock) {
          [] { write_text(item("reporter-key"), pki("server.key")); }},
         {"credentials.key fault missing", 1, [] { fs::remove(item("reporter-key")); }},
         {"credentials.key warning not-installed", 0, [&] { package(pki("00000051.bin")); }},
+        {"credentials.certificate warning expires-soon", 0,
+         [&] {
+             package(pki("00000051.bin"));
+             fs::remove(item("reporter-crt"));
+         }},
         {"credentials.key fault broken-package", 1,
          [&] { package(pki("00000051.bin").substr(0, 1500)); }},
         {"credentials.certificate fault missing", 1, [] { fs::remove(item("reporter-crt")); }},
