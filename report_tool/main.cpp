@@ -75,10 +75,10 @@ int main(int argc, char* argv[]) {
         }
         return status;
     } catch (const refusal& error) {
-        std::cerr << "tev-report: " << error.what() << '\n';
+        std::cerr << "tev-report: " << printable(error.what()) << '\n';
         return refused;
     } catch (const std::exception& error) {
-        std::cerr << "tev-report: " << error.what() << '\n';
+        std::cerr << "tev-report: " << printable(error.what()) << '\n';
         return failed;
     }
 }

@@ -123,13 +123,13 @@ private:
                   << step.reports << " are still to come" << std::endl;
     }
 
-    std::string module_of(unsigned int id) const {
+    Json::Value module_of(unsigned int id) const {
         const auto found = _modules.find(id);
-        return found == _modules.end() ? "?" : std::to_string(found->second);
+        return found == _modules.end() ? Json::Value("?") : Json::Value(found->second);
     }
 
-    std::map<std::pair<std::string, std::string>, int> count_outcomes() const {
-        std::map<std::pair<std::string, std::string>, int> counts;
+    std::map<std::pair<Json::Value, std::string>, int> count_outcomes() const {
+        std::map<std::pair<Json::Value, std::string>, int> counts;
         for (const pass_step& step : _log.steps) {
             for (const sent_chunk& chunk : step.chunks) {
                 for (const auto& [id, outcome] : outcomes_of(chunk)) {
