@@ -1,6 +1,7 @@
 #include <csignal>
 
 #include <algorithm>
+#include <future>
 #include <iterator>
 #include <optional>
 #include <random>
@@ -74,14 +75,17 @@ TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
     EXPECT_EQ(stored(), 1);
 
     std::optional<child_process> tool;
+    std::promise<void> started;
     raw_peer silent({[&](peer_connection& client) {
         client.read_request();
+        started.get_future().wait();
         tool->signal(SIGINT);
         client.read();
     }});
     use_port(silent.port());
     agent();
     tool.emplace(joined({"env", "LD_PRELOAD=" TEV_PRELOAD}, built_program(TEV_REPORT, {"run"})));
+    started.set_value();
     EXPECT_EQ(tool->wait(), 1) << tool->output();
     EXPECT_NE(tool->output().find("curl:"), std::string::npos) << tool->output();
     EXPECT_NE(tool->output().find("the pass was stopped"), std::string::npos) << tool->output();
