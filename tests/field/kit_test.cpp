@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <future>
 #include <iterator>
-#include <optional>
 #include <random>
 #include <regex>
 
@@ -74,21 +73,21 @@ TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
     EXPECT_EQ(outcomes[0]["outcome"], "200, taken");
     EXPECT_EQ(stored(), 1);
 
-    std::optional<child_process> tool;
-    std::promise<void> started;
+    std::promise<void> asked;
     raw_peer silent({[&](peer_connection& client) {
         client.read_request();
-        started.get_future().wait();
-        tool->signal(SIGINT);
+        asked.set_value();
         client.read();
     }});
     use_port(silent.port());
     agent();
-    tool.emplace(joined({"env", "LD_PRELOAD=" TEV_PRELOAD}, built_program(TEV_REPORT, {"run"})));
-    started.set_value();
-    EXPECT_EQ(tool->wait(), 1) << tool->output();
-    EXPECT_NE(tool->output().find("curl:"), std::string::npos) << tool->output();
-    EXPECT_NE(tool->output().find("the pass was stopped"), std::string::npos) << tool->output();
+    child_process tool(
+        joined({"env", "LD_PRELOAD=" TEV_PRELOAD}, built_program(TEV_REPORT, {"run"})));
+    asked.get_future().wait();
+    tool.signal(SIGINT);
+    EXPECT_EQ(tool.wait(), 1) << tool.output();
+    EXPECT_NE(tool.output().find("curl:"), std::string::npos) << tool.output();
+    EXPECT_NE(tool.output().find("the pass was stopped"), std::string::npos) << tool.output();
     EXPECT_EQ(stored(), 1);
     set_vconf("db/menu/homedeck/homedatacontrol/defaultdisclaimeragree", 0);
     EXPECT_EQ(output({"run"}, 3), "Sending reports canceled. Waiting for user agreement\n");
