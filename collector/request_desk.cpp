@@ -18,15 +18,23 @@ constexpr int BAD_REQUEST = 400;
 constexpr int NOT_FOUND = 404;
 constexpr int TIMEOUT = 408;
 constexpr int TOO_LARGE = 413;
+constexpr int PACKED = 415;
 constexpr const char* JSON_TYPE = "application/json";
 /// Marks an answer that this program has made and printed a line for.
 constexpr const char* NUMBER_HEADER = "X-Request-Number";
 /// By which a proxy hands on the subject of the certificate that it has verified.
 constexpr const char* CLIENT_HEADER = "X-Client-Subject";
+/// Each takes some hundred bytes once it is parsed, though two may do in the body.
+constexpr std::ptrdiff_t MOST_VALUES = 1'000'000;
 
 /// The agent puts a slash before the path, which may begin with slashes already.
 std::string without_leading_slashes(const std::string& path) {
     return path.substr(std::min(path.find_first_not_of('/'), path.size()));
+}
+
+bool has_too_many_values(const std::string& body) {
+    return std::count_if(body.begin(), body.end(),
+                         [](char c) { return c == ',' || c == '[' || c == '{'; }) > MOST_VALUES;
 }
 
 std::string client_of(const httplib::Request& request) {
@@ -43,9 +51,18 @@ request_desk::request_desk(request_judge& judge, counters& counted, latest_reque
 void request_desk::attach(httplib::Server& server) {
     using httplib::Request;
     using httplib::Response;
+    server.set_pre_routing_handler([](const Request& request, Response& response) {
+        // The library would unpack the body, and limit only what it was before.
+        if (!request.has_header("Content-Encoding")) {
+            return httplib::Server::HandlerResponse::Unhandled;
+        }
+        response.status = PACKED;
+        return httplib::Server::HandlerResponse::Handled;
+    });
     server.Post(".*",
                 [this](const Request& request, Response& response) { answer(request, response); });
-    // Requests that never reach the handler: another method, a body too large, a broken head.
+    // Requests that never reach the handler: another method, a body too large or packed, a broken
+    // head.
     server.set_error_handler([this](const Request& request, Response& response) {
         if (!response.has_header(NUMBER_HEADER)) {
             refuse(request, response);
@@ -58,8 +75,8 @@ void request_desk::answer(const httplib::Request& request, httplib::Response& re
         {"reports", endpoint::REPORTS}, {"check_hashes", endpoint::CHECK_HASHES}};
     const std::string path = without_leading_slashes(request.path);
     const auto found = ENDPOINTS.find(path);
-    if (found == ENDPOINTS.end()) {
-        response.status = NOT_FOUND;
+    if (found == ENDPOINTS.end() || has_too_many_values(request.body)) {
+        response.status = found == ENDPOINTS.end() ? NOT_FOUND : TOO_LARGE;
         refuse(request, response);
         return;
     }
