@@ -48,10 +48,13 @@ Json::Value value(const PGresult& result, int row, int column) {
 }  // namespace
 
 postgres_connection::postgres_connection(const std::string& url) : _connection(nullptr, &PQfinish) {
-    // Parameters in the URL come last and win.
-    constexpr std::array NAMES = {"connect_timeout", "client_encoding", "dbname",
-                                  static_cast<const char*>(nullptr)};
-    const std::array VALUES = {"5", "UTF8", url.c_str(), static_cast<const char*>(nullptr)};
+    // Parameters in the URL come last and win. What waits for longer than 30 s, as for a lock or a
+    // host that is gone, fails before the proxy gives up.
+    constexpr std::array NAMES = {"connect_timeout", "client_encoding",
+                                  "options",         "tcp_user_timeout",
+                                  "dbname",          static_cast<const char*>(nullptr)};
+    const std::array VALUES = {"5",     "UTF8",      "-c statement_timeout=30000",
+                               "30000", url.c_str(), static_cast<const char*>(nullptr)};
     _connection.reset(PQconnectdbParams(NAMES.data(), VALUES.data(), 1));
     if (PQstatus(_connection.get()) != CONNECTION_OK) {
         fail(PQerrorMessage(_connection.get()));

@@ -15,6 +15,8 @@ namespace {
 
 /// As long as a device's uplink may stall.
 constexpr int READ_TIMEOUT_S = 60;
+/// On any machine: each may hold a connection of the database, which has not many.
+constexpr std::size_t THREADS = 8;
 
 /// The library binds TCP ports only, and with a short queue.
 template <class Base>
@@ -26,6 +28,7 @@ public:
         this->svr_sock_ = socket;
         this->set_payload_max_length(MAX_BODY_SIZE);
         this->set_read_timeout(READ_TIMEOUT_S);
+        this->new_task_queue = [] { return new httplib::ThreadPool(THREADS); };
     }
 };
 
