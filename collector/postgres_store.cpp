@@ -29,7 +29,8 @@ const std::string KEEP = NOTE_CONTACT + R"sql(
       decode(content, 'base64')
     FROM given JOIN pair USING (uid), device WHERE hash = pair.sha256 AND repeats = 0)
 SELECT uid, repeats = 0 AS new,
-  EXISTS (SELECT FROM pairs AS other WHERE other.uid = pair.uid AND other.sha256 <> pair.sha256) AS cloned FROM pair
+  count(*) OVER (PARTITION BY uid) > 1
+    OR EXISTS (SELECT FROM pairs AS other WHERE other.uid = pair.uid AND other.sha256 <> pair.sha256) AS cloned FROM pair
 )sql";
 
 /// $4: the hashes.
