@@ -16,8 +16,10 @@ END $$;
 CREATE FUNCTION partition_of(day bigint) RETURNS text LANGUAGE sql IMMUTABLE AS
   $$ SELECT 'reports_' || to_char(date '1970-01-01' + day::integer, 'YYYYMMDD') $$;
 
--- Drops the reports of days before the last report_days, forgets pairs older than pair_days, and makes the days ahead.
--- A report that a device sends after its pair was forgotten is taken for a new one.
+-- Drops the reports of days before the last report_days, forgets pairs and devices of more than pair_days ago, and
+-- makes the days ahead. A report that a device sends after its pair was forgotten is taken for a new one.
+-- Each step is a transaction of its own, so it has to be called outside of one: workers wait for the locks of a step.
+-- One that cannot have its locks, as during a backup, fails before they wait long, and what is left is done next time.
 CREATE PROCEDURE retain(report_days integer, pair_days integer) LANGUAGE plpgsql AS $$
 DECLARE
   first_day bigint := seconds_now() / 86400 - report_days;
@@ -26,13 +28,18 @@ BEGIN
   IF report_days < 1 OR pair_days < report_days THEN
     RAISE EXCEPTION 'reports stay for a day at least, and pairs as long as reports';
   END IF;
+  SET lock_timeout = '5s';
   CALL make_days(14);
+  COMMIT;
   FOR old IN SELECT relname FROM pg_inherits JOIN pg_class ON pg_class.oid = inhrelid
       WHERE inhparent = 'reports'::regclass AND relname ~ '^reports_\d{8}$' AND relname < partition_of(first_day) LOOP
     EXECUTE format('DROP TABLE %I', old);
+    COMMIT;
   END LOOP;
   DELETE FROM reports_of_no_day WHERE arrived < first_day * 86400;
   DELETE FROM pairs WHERE arrived < seconds_now() - pair_days * 86400::bigint;
+  COMMIT;
+  DELETE FROM devices WHERE last_contact < seconds_now() - pair_days * 86400::bigint;
 END $$;
 
 -- Deletes a device and all that came from it. Its next request makes it anew, so its agent has to be switched off
