@@ -1,5 +1,6 @@
 #include "counters.h"
 
+#include <limits>
 #include <sstream>
 
 namespace collector {
@@ -32,6 +33,7 @@ void counters::add(const std::string& path, const decision& made,
 std::string counters::text() const {
     const std::lock_guard<std::mutex> lock(_mutex);
     std::ostringstream text;
+    text.precision(std::numeric_limits<double>::digits10);
     for (const auto& [name, value] : _values) {
         text << name << ' ' << value << '\n';
     }
