@@ -17,6 +17,8 @@ constexpr std::array HEADER_MEMBERS = {
     "ver",      "datetime",     "config_ver",       "DUID",       "vendor",        "manufacturer",
     "DTV_type", "product_type", "sw_version_model", "sw_version", "platform_name", "tizen_version"};
 
+/// Bytes of a header's text that are kept: what identifies a device has to fit into an index.
+constexpr std::size_t LONGEST_FACT = 500;
 constexpr std::size_t LONGEST_UID = 200;
 constexpr std::size_t HASH_DIGITS = 64;
 
@@ -99,7 +101,8 @@ request_form parse_envelope(const std::string& text) {
     require(!document["body"].empty(), "\"body\" is empty");
     request_form form;
     for (const char* const member : HEADER_MEMBERS) {
-        form.header[member] = storable(document["header"][member].asString());
+        form.header[member] =
+            storable(document["header"][member].asString().substr(0, LONGEST_FACT));
     }
     form.body.swap(document["body"]);
     return form;
