@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include <algorithm>
 #include <map>
 #include <sstream>
 
@@ -22,6 +23,13 @@ std::string summary(const Json::Value& codes) {
         text += (text.empty() ? "" : ",") + code + "*" + std::to_string(count);
     }
     return text.empty() ? "-" : text;
+}
+
+/// A method and a target have no other characters; a terminal would obey some.
+std::string visible(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+    return text;
 }
 
 /// Within the line, whatever the text holds.
@@ -56,7 +64,7 @@ request_line::request_line(unsigned place, const httplib::Request& request,
                            const std::string& subject, const decision& made,
                            const planned_answer& planned)
     : number(place),
-      target(request.method + ' ' + request.target),
+      target(visible(request.method + ' ' + request.target)),
       bytes(request.body.size()),
       entries(made.entries),
       status(made.status),
