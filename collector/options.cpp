@@ -1,16 +1,15 @@
 #include "options.h"
 
-#include <getopt.h>
-
 #include <cerrno>
 #include <cstdlib>
 
-#include <array>
 #include <fstream>
-#include <iostream>
-#include <map>
 #include <stdexcept>
+#include <string>
 #include <system_error>
+#include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "report_store.h"
 #include "request_form.h"
@@ -18,32 +17,13 @@
 namespace collector {
 namespace {
 
-constexpr const char* HELP =
-    R"(collector: a server that takes the agent's reports
+constexpr const char* SUMMARY =
+    "A server that takes the agent's reports. It serves HTTPS, TLS 1.2 only, and only clients with "
+    "a certificate of the given CA. Prints \"listening on ADDRESS\", then one line per request. "
+    "SIGTERM and SIGINT end it.";
 
-Serves HTTPS, TLS 1.2 only, and only clients with a certificate of the given CA. Prints "listening on
-ADDRESS", then one line per request. SIGTERM and SIGINT end it.
-
-  --ca FILE                 CA of the clients (PEM)
-  --cert FILE, --key FILE   the server's certificate and key (PEM)
-  --plain                   HTTP in place of these: a proxy before it has TLS, and hands the subject of the
-                            certificate on as X-Client-Subject. Needs a local address to listen at
-  --listen ADDRESS          unix:PATH, PORT or HOST:PORT; without HOST on 127.0.0.1 only. If not given: a
-                            free port
-  --port-file FILE          the port is written here once requests can come
-  --store PLACE             a file for an embedded database, or postgresql://...; if not given: in memory
-  --status ADDRESS          answers there by plain HTTP what one may ask: /health, /metrics, /devices,
-                            /reports, /report?uid=..., /hours, /repetitions. Everyone who can reach it may ask,
-                            by its address
-  --page DIR                shows a page there, too, whose files are in DIR: collector/page. With the embedded
-                            database everyone who can reach it may also plan the next answers
-  --version                 prints the version, and does nothing else
-
-With the embedded database also:
-  --known-hashes FILE       contents already known: one SHA-256 a line
-  --answer LINE             a plan line: another answer to some requests; may be repeated
-
-A plan line is NUMBER ENDPOINT SETTING... For each request the first line that fits is used, in
+constexpr const char* PLAN_LINES =
+    R"(A plan line is NUMBER ENDPOINT SETTING... For each request the first line that fits is used, in
 the order of the command line.
   NUMBER    the request's number at its ENDPOINT, from 1; * for every request
   ENDPOINT  reports or check_hashes
@@ -60,40 +40,69 @@ plan says.
   2 reports status=503
   * check_hashes body='{"body":[1]}'
   3 reports cut=body
-  1 reports codes=200,400,"x",[1] delay=250
-)";
+  1 reports codes=200,400,"x",[1] delay=250)";
 
-enum option_number : int {
-    PORT_FILE = 1,
-    CA,
-    CERT,
-    KEY,
-    PLAIN,
-    LISTEN,
-    STATUS,
-    PAGE,
-    KNOWN_HASHES,
-    STORE,
-    ANSWER,
-    HELP_TEXT,
-    VERSION
+/// What is looked at again once all of it is there. An empty text: not given.
+struct command_line {
+    std::string listen = "0";
+    std::string status;
+    tls_files tls;
+    bool plain = false;
+    std::vector<std::string> answers;
 };
 
-constexpr std::array LONG_OPTIONS = {
-    option{"port-file", required_argument, nullptr, PORT_FILE},
-    option{"ca", required_argument, nullptr, CA},
-    option{"cert", required_argument, nullptr, CERT},
-    option{"key", required_argument, nullptr, KEY},
-    option{"plain", no_argument, nullptr, PLAIN},
-    option{"listen", required_argument, nullptr, LISTEN},
-    option{"status", required_argument, nullptr, STATUS},
-    option{"page", required_argument, nullptr, PAGE},
-    option{"known-hashes", required_argument, nullptr, KNOWN_HASHES},
-    option{"store", required_argument, nullptr, STORE},
-    option{"answer", required_argument, nullptr, ANSWER},
-    option{"help", no_argument, nullptr, HELP_TEXT},
-    option{"version", no_argument, nullptr, VERSION},
-    option{nullptr, 0, nullptr, 0}};
+void add_answers(CLI::App& app, std::vector<std::string>& answers) {
+    app.add_option("--answer", answers,
+                   "A plan line: another answer to some requests. May be repeated; with the "
+                   "embedded database")
+        ->option_text("LINE")
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+// Of two options of one name the later one counts, so that a script can add to its defaults.
+void add_options(CLI::App& app, command_line& given, options& parsed) {
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    const auto add = [&app](const char* name, const char* value, std::string& target,
+                            const char* meaning) {
+        app.add_option(name, target, meaning)->option_text(value);
+    };
+    add("--ca", "FILE", given.tls.ca, "CA of the clients (PEM)");
+    add("--cert", "FILE", given.tls.cert, "The server's certificate (PEM)");
+    add("--key", "FILE", given.tls.key, "The server's key (PEM)");
+    app.add_flag("--plain", given.plain,
+                 "HTTP in place of these: a proxy before it has TLS, and hands the subject of the "
+                 "certificate on as X-Client-Subject. Needs a local address to listen at");
+    add("--listen", "ADDRESS", given.listen,
+        "unix:PATH, PORT or HOST:PORT; without HOST on 127.0.0.1 only. If not given: a free port");
+    add("--port-file", "FILE", parsed.port_file, "The port is written here once requests can come");
+    add("--store", "PLACE", parsed.store,
+        "A file for an embedded database, or postgresql://...; if not given: in memory");
+    add("--status", "ADDRESS", given.status,
+        "Answers there by plain HTTP what one may ask: /health, /metrics, /devices, /reports, "
+        "/report?uid=..., /hours, /repetitions. Everyone who can reach it may ask, by its address");
+    add("--page", "DIR", parsed.page,
+        "Shows a page there, too, whose files are in DIR: collector/page. With the embedded "
+        "database everyone who can reach it may also plan the next answers");
+    add("--known-hashes", "FILE", parsed.known_hashes,
+        "Contents already known, one SHA-256 a line; with the embedded database");
+    add_answers(app, given.answers);
+}
+
+command_line read_command_line(int argc, char* argv[], options& parsed) {
+    command_line given;
+    CLI::App app(SUMMARY, "collector");
+    app.footer(PLAN_LINES);
+    app.set_version_flag("--version", "collector " TEV_VERSION);
+    add_options(app, given, parsed);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& asked) {
+        app.exit(asked);
+        std::exit(EXIT_SUCCESS);  // No other thread runs yet. NOLINT(concurrency-mt-unsafe)
+    }
+    return given;
+}
 
 void require(bool condition, const char* sentence) {
     if (!condition) {
@@ -101,57 +110,28 @@ void require(bool condition, const char* sentence) {
     }
 }
 
-/// What each option is worth, the last one of a name, and the plan lines.
-struct given_options {
-    std::map<int, std::string> values;
-    answer_plan plan;
-};
-
-given_options read_command_line(int argc, char* argv[]) {
-    given_options given;
-    int number = 0;
-    // No other thread runs yet. NOLINTNEXTLINE(concurrency-mt-unsafe)
-    while ((number = getopt_long(argc, argv, "", LONG_OPTIONS.data(), nullptr)) != -1) {
-        require(number != '?', "see --help");
-        if (number == HELP_TEXT || number == VERSION) {
-            std::cout << (number == VERSION ? "collector " TEV_VERSION "\n" : HELP);
-            std::exit(EXIT_SUCCESS);  // NOLINT(concurrency-mt-unsafe)
-        }
-        given.values[number] = optarg != nullptr ? optarg : "";
-        if (number == ANSWER) {
-            given.plan.add(optarg);
-        }
-    }
-    require(optind >= argc, "only options are allowed");
-    return given;
-}
-
 }  // namespace
 
 options parse_options(int argc, char* argv[]) {
-    given_options given = read_command_line(argc, argv);
-    const auto has = [&](int number) { return given.values.count(number) != 0; };
     options parsed;
-    if (has(LISTEN)) {
-        parsed.listen = listen_address(given.values[LISTEN]);
+    const command_line given = read_command_line(argc, argv, parsed);
+    parsed.listen = listen_address(given.listen);
+    if (!given.status.empty()) {
+        parsed.status = listen_address(given.status);
     }
-    if (has(STATUS)) {
-        parsed.status = listen_address(given.values[STATUS]);
-    }
-    if (!has(PLAIN)) {
-        require(has(CA) && has(CERT) && has(KEY),
+    if (!given.plain) {
+        require(!given.tls.ca.empty() && !given.tls.cert.empty() && !given.tls.key.empty(),
                 "--ca, --cert and --key are required, or --plain");
-        parsed.tls = {given.values[CA], given.values[CERT], given.values[KEY]};
+        parsed.tls = given.tls;
     }
-    parsed.store = given.values[STORE];
-    require(!has(PLAIN) || parsed.listen.is_local(), "--plain needs a local address to listen at");
-    require(!has(PAGE) || has(STATUS), "--page needs --status");
-    require(!is_server(parsed.store) || !(has(ANSWER) || has(KNOWN_HASHES)),
+    require(!given.plain || parsed.listen.is_local(),
+            "--plain needs a local address to listen at");
+    require(parsed.page.empty() || parsed.status, "--page needs --status");
+    require(!is_server(parsed.store) || (given.answers.empty() && parsed.known_hashes.empty()),
             "--answer and --known-hashes are for the embedded database");
-    parsed.port_file = given.values[PORT_FILE];
-    parsed.page = given.values[PAGE];
-    parsed.known_hashes = given.values[KNOWN_HASHES];
-    parsed.plan = std::move(given.plan);
+    for (const std::string& line : given.answers) {
+        parsed.plan.add(line);
+    }
     return parsed;
 }
 

@@ -1,4 +1,4 @@
-// Sets values of a configuration file by their dotted names and keeps its comments: see HELP.
+// Sets values of a configuration file by their dotted names and keeps its comments.
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
@@ -10,18 +10,10 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
 #include <json/json.h>
 
 namespace {
-
-constexpr const char* HELP =
-    R"(set-config: sets values of a configuration file
-
-  set-config FILE KEY=VALUE ...     as in set-config config.def sender.server_port=8443
-
-A value keeps its type: text, number or truth value. A key that the file does not have is refused.
-Comments stay; line breaks become those of the JSON library.
-)";
 
 /// The values of a configuration by their dotted names.
 using settings = std::map<std::string, Json::Value*>;
@@ -116,13 +108,20 @@ void set_all(const std::string& path, const std::vector<std::string>& assignment
 }  // namespace
 
 int main(int argc, char* argv[]) {
-    const std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (arguments.empty() || arguments.front() == "--help") {
-        std::cout << HELP;
-        return arguments.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
-    }
     try {
-        set_all(arguments.front(), {arguments.begin() + 1, arguments.end()});
+        CLI::App app(
+            "Sets values of a configuration file, as in: set-config config.def "
+            "sender.server_port=8443\nA value keeps its kind: text, number or truth value. A key "
+            "that the file does not have is refused. Comments stay; line breaks become those of "
+            "the JSON library.",
+            "set-config");
+        std::string path;
+        std::vector<std::string> assignments;
+        app.set_version_flag("--version", "set-config " TEV_VERSION);
+        app.add_option("FILE", path)->required();
+        app.add_option("KEY=VALUE", assignments);
+        CLI11_PARSE(app, argc, argv);
+        set_all(path, assignments);
     } catch (const std::exception& error) {
         std::cerr << "set-config: " << error.what() << '\n';
         return EXIT_FAILURE;
