@@ -38,6 +38,21 @@ pass_over() {
     pass this "$bench/measure" "${@:2}"
 }
 
+# What is beyond the bare program, from the rows of the table.
+excess() {
+    awk -F '\t' '
+        function kib(number) { return number > 999 ? sprintf("%d,%03d", number / 1000, number % 1000) : number }
+        $1 == 0 {
+            printf "With nothing due, %s of the %s KiB resident are pages of files.\n", kib($3 - $4), kib($3)
+        }
+        /^bare/ && reports {
+            printf "At %s reports the peak is %s KiB above the bare program: %s KiB more are pages of files, %s of " \
+                "them of Lua and SQLite, which it does without, and %s KiB more are anonymous.\n", kib(reports),
+                kib(peak - $2), kib(shared - ($3 - $4)), kib(script), kib(anonymous - $4)
+        }
+        { reports = $1; peak = $2; shared = $3 - $4; anonymous = $4; script = $10 }' "$1"
+}
+
 section_memory() {
     local count label previous_body=0 previous=0 body anonymous figures
     cat <<'T'
@@ -61,9 +76,11 @@ T
         previous=$anonymous previous_body=$body
         figures=$(largest_of_three bare)
         printf 'bare POST of %s bytes\t%s\t%s\n' "$body" "$(awk '{ print $4 }' "$scratch/measured")" "$figures"
-    done | markdown Reports Peak "${map_titles[@]}"
+    done >"$scratch/rows"
+    markdown Reports Peak "${map_titles[@]}" <"$scratch/rows"
     printf '\nFrom 100 to 1,000 reports the largest body grows, and anonymous memory by %s bytes for each of its bytes.\n' \
         "$(<"$scratch/growth")"
+    excess "$scratch/rows"
     answers=()
     heap_by_owner
 }

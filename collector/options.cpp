@@ -124,8 +124,7 @@ options parse_options(int argc, char* argv[]) {
                 "--ca, --cert and --key are required, or --plain");
         parsed.tls = given.tls;
     }
-    require(!given.plain || parsed.listen.is_local(),
-            "--plain needs a local address to listen at");
+    require(!given.plain || parsed.listen.is_local(), "--plain needs a local address to listen at");
     require(parsed.page.empty() || parsed.status, "--page needs --status");
     require(!is_server(parsed.store) || (given.answers.empty() && parsed.known_hashes.empty()),
             "--answer and --known-hashes are for the embedded database");

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <json/json.h>
+#include <CLI/CLI.hpp>
 
 namespace {
 
