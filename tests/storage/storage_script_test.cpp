@@ -62,6 +62,12 @@ TEST_F(storage_script, keeps_the_schedule) {
     expect("12:00", 145);
     set_system_info("value", "801", "D1");
     expect("12:00", 501);
+    // As a hand may write it: with comments, quotes in odd places and no end of line.
+    const char* by_hand = R"(
+CONFIG = '{/*"*/"processor": //{\n {"a": "\\"//", "dispatching_spread": 400}}'
+)";
+    script = by_hand + script;
+    expect("12:00", 101);
 }
 
 TEST_F(storage_script, writes_little) {
@@ -80,6 +86,12 @@ TEST_F(storage_script, writes_little) {
 }
 
 TEST_F(storage_script, says_what_it_drops) {
+    const std::string too_small = "W LUA: db_max_size is too small, taken as 262144";
+    for (const unsigned enough : {0U, 262144U}) {
+        config["db_max_size"] = enough;
+        remove(save("x"));
+        EXPECT_EQ(recorder.count(too_small), 0U) << enough;
+    }
     config["db_max_size"] = 1;  // Taken as 64 pages of 4 KiB.
     EXPECT_EQ(fill(1, 262144), ids{0});
     fill(1, 100000);
@@ -95,7 +107,7 @@ TEST_F(storage_script, says_what_it_drops) {
         const std::string text = std::string("W LUA: ") + (*line == 'r' ? "report " : "") + line;
         EXPECT_EQ(recorder.count(text), 1U) << text;
     }
-    EXPECT_NE(recorder.count("W LUA: db_max_size is too small, taken as 262144"), 0U);
+    EXPECT_NE(recorder.count(too_small), 0U);
 }
 
 TEST_F(storage_script, sets_damage_aside_once) {
