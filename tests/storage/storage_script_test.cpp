@@ -64,7 +64,7 @@ TEST_F(storage_script, keeps_the_schedule) {
     expect("12:00", 501);
     // As a hand may write it: with comments, quotes in odd places and no end of line.
     const char* by_hand = R"(
-CONFIG = '{/*"*/"processor": //{\n {"a": "\\"//", "dispatching_spread": 400}}'
+CONFIG = '{/*"*/"processor": //{\n {"dispatching_spread": 400}, "a": "\\"//"}'
 )";
     script = by_hand + script;
     expect("12:00", 101);
