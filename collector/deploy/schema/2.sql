@@ -25,8 +25,9 @@ DECLARE
   first_day bigint := seconds_now() / 86400 - report_days;
   old text;
 BEGIN
-  IF report_days < 1 OR pair_days < report_days THEN
-    RAISE EXCEPTION 'reports stay for a day at least, and pairs as long as reports';
+  -- Reports go by whole days, pairs by the second.
+  IF report_days < 1 OR pair_days <= report_days THEN
+    RAISE EXCEPTION 'reports stay for a day at least, and pairs longer than reports';
   END IF;
   SET lock_timeout = '5s';
   CALL make_days(14);
