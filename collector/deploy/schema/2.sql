@@ -45,8 +45,12 @@ END $$;
 
 -- Deletes a device and all that came from it. Its next request makes it anew, so its agent has to be switched off
 -- before. A report that was under way in between comes again.
-CREATE PROCEDURE forget_device(forgotten text) LANGUAGE sql AS $$
+CREATE PROCEDURE forget_device(forgotten text) LANGUAGE plpgsql AS $$
+BEGIN
   DELETE FROM reports USING devices WHERE devices.id = reports.device AND duid = forgotten;
   DELETE FROM pairs USING devices WHERE devices.id = pairs.device AND duid = forgotten;
   DELETE FROM devices WHERE duid = forgotten;
-$$;
+  IF NOT FOUND THEN
+    RAISE EXCEPTION 'there is no device %', forgotten;
+  END IF;
+END $$;
