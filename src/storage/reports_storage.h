@@ -20,7 +20,8 @@ namespace reporter {
 ///
 /// Any thread that holds no file_lock; one operation at a time, whichever the thread. An operation
 /// waits for other processes' turns without limit, and for the throttle pause. It throws
-/// lua_exception when the script fails and std::runtime_error when the lock does; nothing is
+/// lua_exception when the script fails, what the configuration throws for a missing setting, and
+/// std::runtime_error when the lock fails, after which no operation works any more. Nothing is
 /// changed then and the lock is free.
 class reports_storage : public std::enable_shared_from_this<reports_storage> {
     struct private_tag {
