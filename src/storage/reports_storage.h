@@ -41,7 +41,8 @@ public:
 
     /// Saves a copy of the record. Gives the script's number: with the project's script the
     /// report's id, or 0 when it was refused. An id beyond a `long` of 32 bits reads as its largest
-    /// value.
+    /// value. Without memory for the interpreter's first copy of the content the process ends; the
+    /// script needs some four more, and without them it fails.
     long save_report(const report& record);
     /// Counts another occurrence of a stored report. Gives the script's number: with the project's
     /// script the new count of occurrences, or 0 when there is no report to count with.
