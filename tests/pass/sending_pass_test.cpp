@@ -233,6 +233,7 @@ TEST_F(sending, writes_this_request) {
     write_text(script, read_text(script) + "function get_report_as_json_by_id(id) return ({" +
                            texts + "})[id + 1 - " + first + "] end");
     sender()["reports_path"] = "/reports";
+    sender()["max_body_size"] = 100'000;
     raw_peer server({answering(answer("{}"))});
     use_port(server.port());
     run_pass();
