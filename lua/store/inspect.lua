@@ -116,7 +116,7 @@ local QUESTIONS = {
 -- called under the agent's lock, and not while the database has an unfinished write, which opening it ends.
 function inspect(question)
   local done, answer = pcall(function()
-    if not exists(PATH_TO_DB) then error("there is no store", 0) end
+    if get_db_size() < 0 then error("there is no store", 0) end
     database = sqlite3.open(PATH_TO_DB, BUSY_WAIT_MS)
     database.row("PRAGMA query_only = ON")
     local word, about = string.match(question, "^(%a+) ?(.*)$")

@@ -192,7 +192,8 @@ TEST_F(doctor, sees_a_full_or_read_only_disk) {
     const strings read_only = {"bwrap",     "--dev-bind", "/",       "/",
                                "--ro-bind", data_dir(),   data_dir()};
     expect_each({{"files.disk fault full", 1, [] {}, full},
-                 {"files.db_reports fault read-only", 1, [] {}, read_only}});
+                 {"files.db_reports fault read-only", 1, [] {}, read_only},
+                 {"store.times ok", 1, [] {}, read_only}});
 }
 
 // What root could read and write, and the agent's user cannot.
