@@ -64,6 +64,17 @@ void examine_data_dir(examination& whole, doctor::group& files) {
         files.fault("data_dir", "missing", path + " is not there", "install the agent");
         return;
     }
+    // Root may do all of it, which hides that the agent's user may not.
+    struct stat lock {};
+    if (geteuid() == 0 && stat((lock_dir + std::string(store_lock)).c_str(), &lock) == 0 &&
+        lock.st_uid != 0) {
+        files.fault("data_dir", "owner",
+                    path + " belongs to root, and the store's lock file does not (" +
+                        owner_and_mode(lock) + ")",
+                    "give it, db_reports, db_reports-journal, stats and journal to the agent's "
+                    "user");
+        return;
+    }
     examine_access(files, "data_dir", path, R_OK | W_OK | X_OK);
 }
 

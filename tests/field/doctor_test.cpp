@@ -233,6 +233,7 @@ TEST_F(doctor, works_as_the_owner_of_the_data_directory) {
         {"files.store_lock ok", 0, spoiled(db_lock, fs::perms(0666)), platform},
         {"files.store_lock fault access", 1, spoiled(db_lock, owners), platform},
         {"files.data_dir fault access", 1, spoiled(data_dir(), fs::perms(0555)), platform},
+        {"files.data_dir fault owner", 1, [&] { EXPECT_EQ(chown(db_lock.c_str(), 5001, 100), 0); }},
         {"files.stats fault access", 1, spoiled(stats, owners, "{}"), platform},
         {"configuration.config.def fault access", 1, spoiled(config_file, owners), platform},
         {"script.file fault access", 1, spoiled(script().string() + ".bak", owners, ""), platform},
