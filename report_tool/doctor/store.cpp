@@ -95,9 +95,10 @@ void examine_accounts(group& points, const Json::Value& look) {
                        "raise db_max_size, or make the reports smaller");
     }
     if (of("set_aside") > 0) {
-        points.warning("set_aside", "set-aside",
-                       "databases set aside: " + std::to_string(of("set_aside")),
-                       "look into db_reports.broken and db_reports.foreign.*, then delete them");
+        points.warning(
+            "set_aside", "set-aside", "databases set aside: " + std::to_string(of("set_aside")),
+            "`tev-report recover` saves what can be read of db_reports.broken; look into "
+            "db_reports.foreign.*; then delete them");
     }
 }
 
