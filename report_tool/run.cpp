@@ -9,6 +9,7 @@
 #include "agent_process.h"
 #include "command.h"
 #include "explain.h"
+#include "failure.h"
 #include "look.h"
 #include "output.h"
 #include "owner.h"
@@ -17,12 +18,17 @@
 namespace report_tool {
 namespace {
 
-// Modules by id of what is stored; nothing where the script does not tell.
+// Modules by id of what is stored; nothing where the script does not tell. Says who keeps the store
+// locked, as the pass waits for that without a limit and without a word.
 std::map<unsigned int, int> list_modules() {
     std::map<unsigned int, int> modules;
     try {
         for (const Json::Value& report : open_look(false)->reports()) {
             modules[report["id"].asUInt()] = report["module"].asInt();
+        }
+    } catch (const failure& error) {
+        if (error.cause == "held") {
+            std::cerr << "tev-report: " << error.what() << ": the pass waits until it is free\n";
         }
     } catch (const std::exception&) {
         return modules;
@@ -146,7 +152,8 @@ private:
     std::size_t _steps_shown = 0, _chunks_shown = 0, _reports_tried = 0;
 };
 
-void print_result(const Json::Value& result, const process_log& log) {
+void print_result(const Json::Value& result, const shown_pass& pass) {
+    const process_log& log = pass.log();
     table rows({"module", "reports", "what became of them"});
     for (const Json::Value& row : result["outcomes"]) {
         rows.add({row["module"].asString(), row["reports"].asString(), row["outcome"].asString()});
@@ -154,9 +161,9 @@ void print_result(const Json::Value& result, const process_log& log) {
     if (!log.gate.empty()) {
         std::cout << printable(log.gate) << '\n';
     } else if (result["outcomes"].empty()) {
-        std::cout << (log.stopped    ? "nothing was sent\n"
-                      : log.finished ? "nothing was due\n"
-                                     : "the pass ended before its reports: see what doctor says\n");
+        std::cout << (log.stopped          ? "nothing was sent\n"
+                      : pass.got_through() ? "nothing was due\n"
+                                           : "nothing was sent: see what doctor says\n");
     } else {
         std::cout << '\n';
         rows.print();
@@ -170,7 +177,7 @@ int run_pass(const common_options& options) {
     agent_process process;
     pass.follow(process);
     const bool ended_well = agent_process::ended_by_itself();
-    options.json ? print_json(pass.result()) : print_result(pass.result(), pass.log());
+    options.json ? print_json(pass.result()) : print_result(pass.result(), pass);
     if (!ended_well || pass.log().stopped) {
         throw std::runtime_error(std::string("the pass was ") +
                                  (ended_well ? "stopped" : "killed") +

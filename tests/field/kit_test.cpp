@@ -6,6 +6,7 @@
 #include <random>
 #include <regex>
 
+#include "file_lock.h"
 #include "support/raw_peer.h"
 #include "tool.h"
 
@@ -65,6 +66,15 @@ TEST_F(kit, folds_a_log) {
 }
 
 TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
+    file_lock other("open_only", "tev_reporter_db_file_lock");
+    other.lock();
+    child_process waiting(
+        joined({"env", "LD_PRELOAD=" TEV_PRELOAD}, built_program(TEV_REPORT, {"run"})));
+    waiting.wait_for("the pass waits until it is free");
+    other.unlock();
+    EXPECT_EQ(waiting.wait(), 0) << waiting.output();
+    EXPECT_NE(waiting.output().find("nothing was due"), std::string::npos) << waiting.output();
+
     save(3);
     use_collector({"--answer", "1 reports codes=200,400,503"});
     agent();
@@ -92,7 +102,7 @@ TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
     set_vconf("db/menu/homedeck/homedatacontrol/defaultdisclaimeragree", 0);
     EXPECT_EQ(output({"run"}, 3), "Sending reports canceled. Waiting for user agreement\n");
     write_text(data_dir() / "config" / "config.def", "{");
-    EXPECT_EQ(output({"run"}, 1).find("the pass ended before its reports"), 0U);
+    EXPECT_EQ(output({"run"}, 1).find("nothing was sent: see"), 0U);
 }
 
 TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
