@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iostream>
 #include <stdexcept>
 #include <utility>
 
@@ -129,34 +130,37 @@ std::string replace_digests(const std::string& text,
     return result;
 }
 
-// In one step, so that a second process sees the whole key or none.
-void make_key(const std::string& path) {
-    unsigned char key[key_size];
+// In one step, so that a second process sees the whole key or none. Where it fails, errno says why.
+bool keep_key(const std::string& path, const std::string& key) {
     const std::string draft = path + "." + std::to_string(getpid());
     const int file = open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    const bool made = file >= 0 && RAND_bytes(key, key_size) == 1 &&
-                      write(file, key, key_size) == static_cast<ssize_t>(key_size) &&
-                      fsync(file) == 0 &&
+    const bool kept = file >= 0 && write_all(file, key) && fsync(file) == 0 &&
                       (link(draft.c_str(), path.c_str()) == 0 || errno == EEXIST);
     const int error = errno;
     if (file >= 0) {
         close(file);
         unlink(draft.c_str());
     }
-    if (!made) {
-        throw std::runtime_error("the key of the hashes, " + path +
-                                 ", cannot be made: " + error_text(error));
-    }
+    errno = error;
+    return kept;
 }
 
 }  // namespace
 
 std::string veil_key() {
     const std::string path = reporter::REPORTER_DATA_DIR + "bundle_key";
-    if (!read_device_file("bundle_key")) {
-        make_key(path);
+    std::string key(key_size, '\0');
+    if (RAND_bytes(reinterpret_cast<unsigned char*>(key.data()), key_size) != 1) {
+        throw std::runtime_error("the key of the hashes cannot be made");
     }
-    std::string key = read_device_file("bundle_key").value_or("");
+    // A device whose disk is full or read-only is one of which a bundle is wanted.
+    if (!read_device_file("bundle_key") && !keep_key(path, key)) {
+        std::cerr << "tev-report: the key of the hashes, " << path
+                  << ", cannot be kept: " << error_text(errno)
+                  << ". The hashes are of this bundle alone\n";
+        return key;
+    }
+    key = read_device_file("bundle_key").value_or("");
     if (key.size() != key_size) {
         throw std::runtime_error("the key of the hashes, " + path + ", has " +
                                  std::to_string(key.size()) + " bytes instead of " +

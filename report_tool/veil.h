@@ -27,8 +27,8 @@ private:
     std::vector<std::string> _values;  ///< longest first
 };
 
-/// The key of this device, which is made where there is none and never leaves the device. Throws
-/// std::runtime_error.
+/// The key of this device, which is made where there is none and never leaves the device. Where it
+/// cannot be kept, that is said, and the key is another each time. Throws std::runtime_error.
 std::string veil_key();
 
 }  // namespace report_tool

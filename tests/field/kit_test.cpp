@@ -246,6 +246,15 @@ TEST_F(kit, bundles_nothing_that_identifies) {
     const std::string hash =
         bundled.substr(bundled.find("agent_registered_duid\" : \"hidden-"), 60);
     EXPECT_NE(unpacked(scratch_root() / "second.tar.gz").find(hash), std::string::npos);
+
+    NEEDS_MOUNTS()
+    fs::remove(data_dir() / "bundle_key");
+    const fs::path third = scratch_root() / "third.tar.gz";
+    output({"bundle", third, "--offline"}, 0,
+           {"bwrap", "--dev-bind", "/", "/", "--ro-bind", data_dir(), data_dir()});
+    const std::string unlike = unpacked(third);
+    EXPECT_EQ(unlike.find(hash), std::string::npos);
+    EXPECT_NE(unlike.find("agent_registered_duid\" : \"hidden-"), std::string::npos);
 }
 
 }  // namespace
