@@ -36,7 +36,7 @@ constexpr meaning statuses[] = {
     {-52, "closed without an answer"},
     {-55, "closed while the request went out"},
     {-56, "closed before the answer was whole"},
-    {-60, "the server's certificate is not trusted, or a clock is wrong"},
+    {-60, "the server's certificate is not trusted, the device's has expired, or a clock is wrong"},
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <cstdlib>
 #include <ctime>
 
 #include <memory>
@@ -80,12 +81,12 @@ validity validity_of(const X509* certificate) {
 
 std::string describe(const X509* certificate) {
     const validity dates = validity_of(certificate);
-    const long long left = (dates.until - std::time(nullptr)) / day_seconds;
+    const long long left = dates.until - std::time(nullptr);
+    const std::string days = counted(static_cast<std::size_t>(std::abs(left) / day_seconds), "day");
     return name_of(certificate) + ", issued by " + text_of(X509_get_issuer_name(certificate)) +
            ", SHA-256 " + fingerprint(certificate) + ", from " + readable_time(dates.from) +
            " to " + readable_time(dates.until) + ", " +
-           (left >= 0 ? std::to_string(left) + " days left"
-                      : "ended " + std::to_string(-left) + " days ago");
+           (left >= 0 ? days + " left" : "ended " + days + " ago");
 }
 
 std::string names_in(const X509* certificate) {
