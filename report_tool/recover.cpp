@@ -69,7 +69,8 @@ std::string absolute(const std::string& name) {
     const std::unique_ptr<char, decltype(&std::free)> path(realpath(name.c_str(), nullptr),
                                                            std::free);
     if (path == nullptr || access(path.get(), R_OK) != 0) {
-        throw std::runtime_error(name + " cannot be read: " + error_text(errno) +
+        throw std::runtime_error(name + " cannot be read by the data directory's owner, " +
+                                 error_text(errno) +
                                  ". Expected a store that was set aside, as db_reports.broken");
     }
     struct stat asked {

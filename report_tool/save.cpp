@@ -46,8 +46,10 @@ std::vector<unsigned char> read_content(const std::string& name) {
         }
     }
     if (!input.eof()) {
+        const int error = errno;
         throw std::runtime_error(name + " cannot be read by the data directory's owner, " +
-                                 error_text(errno) + ": save - <FILE reads it as you");
+                                 error_text(error) +
+                                 (error == EACCES ? ": save - <FILE reads it as you" : ""));
     }
     return content;
 }
