@@ -210,8 +210,10 @@ void examine_package(examination& whole, group& points, const std::string& item)
         points.fault(name, "missing", missing + "neither is it in " + path,
                      "bring the device's key package");
     } else {
-        points.warning(name, "not-installed", missing + path + " holds it",
-                       "nothing: the next pass that sends installs it");
+        points.warning(
+            name, "not-installed", missing + path + " holds it",
+            "nothing: the next pass that sends installs it, and TLS can be looked at only "
+            "then");
         if (item == CredentialPlaces::certificate) {
             examine_certificate(whole, points, items->at(item));
         }
