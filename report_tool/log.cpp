@@ -138,7 +138,9 @@ std::string readable_seconds(const Json::Value& seconds) {
 }
 
 void print_chunk(const Json::Value& chunk, unsigned int number) {
-    std::cout << "    chunk " << number << ": " << counted(chunk["reports"].asUInt(), "report");
+    const unsigned int reports = chunk["reports"].asUInt();
+    std::cout << "    chunk " << number << ": "
+              << (reports > 0 ? counted(reports, "report") : "reports that are not in this log");
     if (chunk["known"].asUInt() > 0) {
         std::cout << ", the server has " << chunk["known"].asString() << " of them";
     }

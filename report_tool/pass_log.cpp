@@ -13,6 +13,8 @@
 namespace report_tool {
 namespace {
 
+constexpr const char* post_request = "try to do post request( ";
+
 bool begins(const std::string& text, const char* start) {
     return text.compare(0, std::strlen(start), start) == 0;
 }
@@ -139,9 +141,13 @@ void process_log::note_complaint(const log_line& line) {
 }
 
 void process_log::add_to_request(const std::string& text) {
-    auto& requests = steps.back().chunks.back().requests;
-    if (begins(text, "try to do post request( ")) {
-        const std::size_t begin = std::strlen("try to do post request( ");
+    auto& chunks = steps.back().chunks;
+    if (chunks.empty()) {
+        chunks.emplace_back();
+    }
+    auto& requests = chunks.back().requests;
+    if (begins(text, post_request)) {
+        const std::size_t begin = std::strlen(post_request);
         requests.push_back({text.substr(begin, text.rfind(" )") - begin)});
     } else if (!requests.empty() && begins(text, "current try: ")) {
         ++requests.back().tries;
@@ -162,17 +168,19 @@ void process_log::add_to_request(const std::string& text) {
 void process_log::add_to_chunk(const std::string& text) {
     auto& chunks = steps.back().chunks;
     if (begins(text, "count reports before checking hashes: ")) {
-        const auto size = std::min<std::size_t>(id_behind(text, ": "), _read_ids.size());
+        const std::size_t told = id_behind(text, ": ");
+        const auto size = std::min(told, _read_ids.size());
         const auto end = _read_ids.begin() + static_cast<std::ptrdiff_t>(size);
         if (!chunks.empty()) {
             chunks.back().ended = true;
         }
         // One without reports is sent where the first report is at the limit; it posts nothing.
-        if (size > 0) {
+        if (told > 0) {
             chunks.push_back({{_read_ids.begin(), end}});
+            chunks.back().ids.resize(told);
         }
         _read_ids.erase(_read_ids.begin(), end);
-    } else if (chunks.empty()) {
+    } else if (chunks.empty() && !begins(text, post_request)) {
         return;
     } else if (begins(text, "ID: ")) {
         chunks.back().known.push_back(id_behind(text, "ID: "));
@@ -191,8 +199,11 @@ void process_log::add(const log_line& line) {
     if (line.priority == 'W' || line.priority == 'E') {
         note_complaint(line);
     }
+    is_pass = is_pass || begins(text, post_request) ||
+              text.find("report_sender_module") != std::string::npos;
     if (begins(text, "processor pid:")) {
         is_pass = true;
+        steps.front().name = "start";
     } else if (begins(text, "Sending reports canceled. ")) {
         gate = text;
     } else if (text == "get_all_dispatch_times") {

@@ -31,7 +31,7 @@ struct posted {
 
 /// Reports that are sent together.
 struct sent_chunk {
-    std::vector<unsigned int> ids{};
+    std::vector<unsigned int> ids{};    ///< 0 for one that the log does not tell
     std::vector<unsigned int> known{};  ///< those that the server had already
     std::vector<int> codes{};           ///< for the ids without the known ones, as far as they go
     std::vector<posted> requests{};
@@ -70,7 +70,8 @@ public:
     bool stopped = false;   ///< it was told to end before
     std::string gate;       ///< why nothing is sent
     int saved = 0, refused = 0;
-    std::vector<pass_step> steps{{"start"}};
+    /// The platform's log is a ring, in which the first lines of a pass may be gone.
+    std::vector<pass_step> steps{{"rest of a step"}};
     std::vector<told> complaints;
 
 private:

@@ -52,6 +52,18 @@ TEST_F(kit, folds_a_log) {
     EXPECT_EQ(chunk["codes"].getMemberNames(), strings({"200", "400", "503"}));
     EXPECT_EQ(chunk["requests"][0]["meaning"], "http:200, the server took the request");
 
+    // What a ring has kept of it.
+    const std::string whole = read_text(scratch_root() / "log");
+    for (const auto& [first_kept, reports] :
+         {std::pair("count reports before checking", 3), std::pair("try to do post request", 0)}) {
+        write_text(scratch_root() / "log", whole.substr(whole.rfind('\n', whole.find(first_kept))));
+        const Json::Value rest = json({"log", scratch_root() / "log"})[0];
+        EXPECT_EQ(rest["pass"], true);
+        EXPECT_EQ(rest["steps"][0]["chunks"][0]["reports"], reports);
+        EXPECT_EQ(rest["steps"][0]["chunks"][0]["requests"], chunk["requests"]);
+        EXPECT_EQ(rest["steps"][0]["chunks"][0]["codes"], chunk["codes"]);
+    }
+
     const std::string begin = "11-24 21:05:5", tag = "+0900 P  7 T  8 ",
                       file = " TEV_REPORTER: f.cpp: f(1) > PROCESSOR :rss 1 ";
     write_text(scratch_root() / "log", std::string(1, '\0') + "\xff binary\n" + begin + "8.5" +
