@@ -1,5 +1,7 @@
+#include <exception>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -131,11 +133,19 @@ Json::Value closed_gates(const reporter::config_helper& config) {
     return closed;
 }
 
+forecast begin_forecast(const reporter::config_helper& config) {
+    try {
+        return forecast(config.get_helper("sender"));
+    } catch (const std::exception& error) {
+        throw std::runtime_error(error.what() + std::string(see_doctor));
+    }
+}
+
 Json::Value make_plan(bool yes) {
     const auto config = load_device();
     const auto store = open_look(yes);
     const Json::Value listing = store->plan();
-    forecast pass(config.get_helper("sender"));
+    forecast pass = begin_forecast(config);
     std::size_t reports = 0;
     for (const Json::Value& due : listing["due"]) {
         reports += due["ids"].size();
