@@ -224,10 +224,16 @@ local function attempt(operation, ...)
   return operation(...)
 end
 
--- Runs one call. When the database turns out damaged or foreign, runs it once more on a fresh one. After a failure the
--- connection is closed, so that nothing half done stays.
+-- Runs one call. When the database turns out damaged or foreign, runs it once more on a fresh one. A connection of an
+-- earlier call tells nothing of that: a newer script may have converted the database since, which opening it shows.
+-- After a failure the connection is closed, so that nothing half done stays.
 local function serve(operation, ...)
+  local earlier = database
   local done, result = pcall(attempt, operation, ...)
+  if not done and earlier and is_lost(result) then
+    close()
+    done, result = pcall(attempt, operation, ...)
+  end
   if not done and is_lost(result) then
     done, result = pcall(set_aside, result)
     if done then done, result = pcall(attempt, operation, ...) end

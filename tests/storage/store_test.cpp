@@ -42,9 +42,9 @@ store_test::store_test() {
     config["processor"]["dispatching_time"] = "86400";
 }
 
-std::shared_ptr<reporter::reports_storage> store_test::store() const {
+std::shared_ptr<reporter::reports_storage> store_test::store(bool release_when_idle) const {
     const std::string clock = "function get_timestamp() return " + std::to_string(now) + " end";
-    return reporter::reports_storage::make({{config, {}}, clock + script}, true);
+    return reporter::reports_storage::make({{config, {}}, clock + script}, release_when_idle);
 }
 
 }  // namespace test_support

@@ -22,7 +22,7 @@ extern int syncs;
 class store_test : public device_test {
 protected:
     store_test();
-    std::shared_ptr<reporter::reports_storage> store() const;
+    std::shared_ptr<reporter::reports_storage> store(bool release_when_idle = true) const;
 
     static constexpr long HOUR = 3600, DAY = 24 * HOUR, NOON = 1792836000;
     static inline const std::string file = data_dir() / "db_reports";
