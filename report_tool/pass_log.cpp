@@ -15,6 +15,9 @@ namespace {
 
 constexpr const char* post_request = "try to do post request( ";
 
+// More do not fit into one body, so a line that says so is damaged.
+constexpr std::size_t most_in_a_chunk = 1U << 18U;
+
 bool begins(const std::string& text, const char* start) {
     return text.compare(0, std::strlen(start), start) == 0;
 }
@@ -168,7 +171,7 @@ void process_log::add_to_request(const std::string& text) {
 void process_log::add_to_chunk(const std::string& text) {
     auto& chunks = steps.back().chunks;
     if (begins(text, "count reports before checking hashes: ")) {
-        const std::size_t told = id_behind(text, ": ");
+        const auto told = std::min<std::size_t>(id_behind(text, ": "), most_in_a_chunk);
         const auto size = std::min(told, _read_ids.size());
         const auto end = _read_ids.begin() + static_cast<std::ptrdiff_t>(size);
         if (!chunks.empty()) {
