@@ -55,6 +55,7 @@ TEST_F(storage_script, keeps_the_schedule) {
     expect("0", 0);
     expect("04:00", 17 * HOUR);
     expect("13:00,11:59,12:30", HOUR / 2);
+    expect("12:00", 25 * HOUR);
     for (const char* text : {"", "25:00", "3:00", "12:01,", "-5", "1.5", "2147483648"}) {
         expect(text, 16 * HOUR, 2);
     }
@@ -68,6 +69,13 @@ CONFIG = '{/*"*/"processor": //{\n {"dispatching_spread": 400}, "a": "\\"//"}'
 )";
     script = by_hand + script;
     expect("12:00", 101);
+}
+
+TEST_F(storage_script, marks_a_clock_that_was_never_set) {
+    now = 1790812800;  // The first release.
+    EXPECT_FALSE(read(save("set")).isMember("clock"));
+    --now;
+    EXPECT_EQ(read(save("not set"))["clock"], "untrusted");
 }
 
 TEST_F(storage_script, writes_little) {
