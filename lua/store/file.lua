@@ -4,7 +4,7 @@
 local BUSY_WAIT_MS = 2000
 
 -- Pages of the smallest bound that is of use, and of none; a smaller "db_max_size" counts as the former.
-local LEAST_LIMIT, NO_LIMIT = 64, 1073741823
+local LEAST_LIMIT, NO_LIMIT = 64, 0x3fffffff
 
 -- Pages that a store without reports holds: the header, the pointer map and the root of each table.
 local EMPTY_PAGES = 8
@@ -54,15 +54,13 @@ end
 
 -- Pages that the journal of a removal, a seal or a shrinking step holds at most, in a file of so many pages.
 -- A removal writes the header, the accounts and, on four ways down a tree, the root and up to three pages on
--- each of three levels. Giving back a page writes that page, its parent and the page before it. Of the pages that a
--- content frees, the journal gets only those that the free list takes as trunks, which list the others in four bytes
--- each. It also gets their pointer maps, five bytes for a page. Both are reckoned for at least twice the file, so that
--- the file does not outgrow them in one save: 257 KiB in all for a file of up to 8 MiB.
+-- each of three levels: 42. Giving back 17 pages writes each, its parent and the page before it, beside those two: 53.
+-- Of the pages that a content frees, the journal gets one in 1016, which the free list takes as a trunk to list the
+-- others in, and one pointer map for 819: less than one in 400 together. The rest is slack.
+local JOURNAL_PAGES, FREED_PAGES = 64, 400
+
 local function journal_need(file_pages)
-  local bound = 4096
-  while bound < 2 * file_pages do bound = bound * 2 end
-  local lists = math.ceil(bound / (PAGE_SIZE / 4 - 8)) + math.ceil(bound / math.floor(PAGE_SIZE / 5))
-  return lists + 2 + math.max(4 * (1 + 3 * 3), 3 * (SHRINK_STEP + 1))
+  return JOURNAL_PAGES + math.floor(file_pages / FREED_PAGES)
 end
 
 -- Grows the journal file to that need, so that a full disk stops neither removals nor seals. The file stays so, as the
@@ -91,10 +89,12 @@ local function drop_filler(pages)
   for _ = 1, pages, 3 do vacuum(2) end
 end
 
--- Sees to the journal's room, and to the bound of the file. Returns SQLite's message when the disk has no room.
+-- Sees to the journal's room, and to the bound of the file. Room that is missing is made for a file of twice the size,
+-- so that it is seldom made. Returns SQLite's message when the disk has no room.
 local function keep_bounds(room)
-  local need, grown, message = journal_need(page_count()), true, nil
-  database.number("PRAGMA journal_size_limit = %d", (math.max(need, room) + 8) * (PAGE_SIZE + 8))
+  local pages, grown, message = page_count(), true, nil
+  local need = room >= journal_need(pages) and room or journal_need(2 * pages)
+  database.number("PRAGMA journal_size_limit = %d", (need + 8) * (PAGE_SIZE + 8))
   if room < need then grown, message = pcall(grow_journal, need) end
   if not grown then pcall(database.execute, "ROLLBACK") end
   database.number("PRAGMA secure_delete = OFF")

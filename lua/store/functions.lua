@@ -3,10 +3,12 @@
 -- Pages that one listing frees at most by dropping reports for their age; it gives back as many.
 local AGED_PAGES = SHRINK_ROUNDS * SHRINK_STEP
 
--- Pages that a body of so many bytes adds at most: its own, and those of a split in each tree that gains a row.
+-- Pages that a body of so many bytes adds at most: its own, with their share of a pointer map, and those of a split in
+-- each tree that gains a row.
+local BYTES_ON_PAGE, SPLIT_PAGES = PAGE_SIZE - 16, 21
+
 local function pages_for(length)
-  local own = math.ceil(length / (PAGE_SIZE - 4))
-  return own + math.ceil(own / math.floor(PAGE_SIZE / 5)) + 20
+  return math.ceil(length / BYTES_ON_PAGE) + SPLIT_PAGES
 end
 
 local OLDEST = "SELECT id + 0.0 AS id, id + 0.0 AS place FROM reports WHERE id >= %.0f ORDER BY reports.id LIMIT 1"

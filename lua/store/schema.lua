@@ -12,7 +12,7 @@ local PAGE_SIZE = 4096
 -- fresh store begins at a random id. So ids that a sender still holds from a store that was set aside name nothing in
 -- the new one. An id passes 2^31 after 800 million saves at the earliest. Only the result of `save_report` cannot hold
 -- that, on a device with a `long` of 32 bits.
-local LOWEST_ID, ID_SPREAD, NO_LAST_ID = 268435456, 1073741824, 1099511627776
+local LOWEST_ID, ID_SPREAD, NO_LAST_ID = 0x10000000, 0x40000000, 2 ^ 40
 
 -- A key of `batches` is the dispatch time and a number within it. With this base all keys have one length and
 -- are exact in a Lua number, up to a time in the year 2514.
