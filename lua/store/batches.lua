@@ -94,11 +94,23 @@ local function join(id, now)
   account("saved = saved + 1, joined = joined + 1")
 end
 
+local function bounded(number, least, most)
+  return math.max(least, math.min(most, number or least))
+end
+
+-- Brings the numbers of a report's row within what the agent can take, whatever a damaged row holds.
+local function bound_row(row)
+  row.module, row.type = bounded(row.module, -32768, 32767), bounded(row.type, -32768, 32767)
+  row.aggregationid, row.count = bounded(row.aggregationid, 0, 2 ^ 32 - 1), bounded(row.count, 1, 2 ^ 31 - 1)
+  row.first_time, row.last_time = bounded(row.first_time, -2 ^ 53, 2 ^ 53), bounded(row.last_time, -2 ^ 53, 2 ^ 53)
+end
+
 -- Deletes a report and adds its occurrences to an account; returns their number, 0 without a report.
 local function delete_report(id, name)
   local report = database.row("SELECT count + 0.0 AS count, like_key || '' AS like, file_key || '' AS file "
     .. "FROM reports WHERE id = %.0f", id)
   if not report then return 0 end
+  bound_row(report)
   for _, key in pairs({ report.like, report.file }) do
     database.execute("DELETE FROM alike WHERE key = %s AND id = %.0f", key, id)
   end

@@ -144,11 +144,6 @@ local function list_ids(time)
   return ids
 end
 
--- A number within bounds whatever a damaged row holds, as the agent could not count a larger one.
-local function bounded(number, least, most)
-  return math.max(least, math.min(most, number or least))
-end
-
 -- The text without what a damaged row may have beside Base64. To look first takes a fraction of the time.
 local function base64_only(text)
   return string.find(text, "^[%w+/=]*$") and text or string.gsub(text, "[^%w+/=]", "")
@@ -160,14 +155,13 @@ local function read_report(id)
     .. ", hash, body, store FROM reports CROSS JOIN (SELECT id AS content, size, lower(hex(sha256)) AS hash, body "
     .. "FROM contents) ON content = id CROSS JOIN (SELECT store FROM accounts WHERE one = 1) WHERE id = %.0f", id)
   if not row then return nil end
-  local size, first, least = bounded(row.size, 0, 2 ^ 53), bounded(row.first_time, -2 ^ 53, 2 ^ 53),
-    setting("check_hash_min_size")
+  bound_row(row)
+  local size, least = bounded(row.size, 0, 2 ^ 53), setting("check_hash_min_size")
   return string.format('{"module":%.0f,"type":%.0f,"aggregationid":%.0f,"count":%.0f,"size":%.0f,"first_time":%.0f,'
     .. '"last_time":%.0f,"SHA256":"%s","uid":"%s-%.0f"%s%s,"encoding":"deflate+base64","content":"%s"}',
-    bounded(row.module, -32768, 32767), bounded(row.type, -32768, 32767), bounded(row.aggregationid, 0, 2 ^ 32 - 1),
-    bounded(row.count, 1, 2 ^ 31 - 1), size, first, bounded(row.last_time, -2 ^ 53, 2 ^ 53), row.hash, row.store, id,
-    least > 0 and size >= least and ',"check_hash":1' or "", first < FIRST_RELEASE and ',"clock":"untrusted"' or "",
-    base64_only(row.body))
+    row.module, row.type, row.aggregationid, row.count, size, row.first_time, row.last_time, row.hash, row.store, id,
+    least > 0 and size >= least and ',"check_hash":1' or "",
+    row.first_time < FIRST_RELEASE and ',"clock":"untrusted"' or "", base64_only(row.body))
 end
 
 local function remove(id)

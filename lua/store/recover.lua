@@ -10,11 +10,11 @@ end
 
 -- The next report, and what is told of the whole: all that can be read of it.
 local function survey_aside(other)
-  local accounts = read_of(other, "SELECT " .. wide("next_id, saved, removed, dropped_space, dropped_age")
-    .. " FROM accounts WHERE one = 1")
+  local accounts = read_of(other, "SELECT next_id + 0.0 AS next_id, "
+    .. "saved - removed - dropped_space - dropped_age + 0.0 AS stored FROM accounts WHERE one = 1")
   local reports = read_of(other, "SELECT count(*) + 0.0 AS reports, max(id) + 0.0 AS last FROM reports")
   return { reports = reports and reports.reports, last = accounts and accounts.next_id or reports and reports.last,
-    stored = accounts and accounts.saved - accounts.removed - accounts.dropped_space - accounts.dropped_age }
+    stored = accounts and accounts.stored }
 end
 
 -- The first report from an id on whose row can be read, or nil. Damage to a page hides the ids on it and stops a walk
@@ -49,7 +49,7 @@ local function restore(report, body)
       error("no room below db_max_size without dropping reports", 0)
     end
     return insert_report(state, report, { time = dispatch_time(state, get_timestamp()), body = body,
-      count = math.max(1, report.count), first_time = report.first_time, last_time = report.last_time })
+      count = report.count, first_time = report.first_time, last_time = report.last_time })
   end)
 end
 
@@ -61,6 +61,7 @@ local function step(other, asked)
     answer.go_on = go_on
     return answer
   end
+  bound_row(report)
   answer.report = report
   if asked.save then report.content, answer.body = body_aside(other, report.id) end
   return answer

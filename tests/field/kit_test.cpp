@@ -128,6 +128,12 @@ TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
         save(report);
     }
     save(reporter::report{7, 1, {'x'}, 1});
+    query(
+        "PRAGMA writable_schema = ON; "
+        "UPDATE sqlite_master SET sql = replace(sql, 'INTEGER NOT NULL', 'INTEGER')");
+    query(
+        "UPDATE accounts SET removed = NULL; UPDATE reports SET type = NULL, count = NULL "
+        "WHERE id = (SELECT min(id) FROM reports)");
     const fs::path store = data_dir() / "db_reports", broken = data_dir() / "db_reports.broken";
     std::string bytes = read_text(store);
     std::size_t leaf = bytes.size() - page_size;
