@@ -12,8 +12,7 @@
 namespace reporter {
 namespace {
 
-// No exception may reach the interpreter. A native that fails, for want of memory to log, answers
-// nil.
+// No exception may reach the interpreter. A native that fails, for want of memory, answers nil.
 template <int (*native)(lua_State*)>
 int without_exceptions(lua_State* lua) {
     try {

@@ -15,7 +15,7 @@ using TransferCallback = std::size_t (*)(unsigned char*, std::size_t, std::size_
 /// The gate in front of libcurl. Every call of the transport goes through it; while it is not
 /// ready, none of them reaches libcurl. The program uses the instance of getInst(); one made
 /// otherwise starts not ready. Nothing is locked: sessions are made on one thread at a time. No
-/// member throws, except the not-ready log line of curl_easy_setopt when memory is out.
+/// member throws.
 class CurlLayer {
 public:
     CurlLayer() = default;

@@ -185,20 +185,16 @@ size_t HttpSession::sendCallback(unsigned char* buffer, size_t size, size_t nite
         return 0;
     }
     assert(aux->requestData);
-    try {
-        const std::string& body = *aux->requestData;
-        size_t chunkSize = 0;
-        if (aux->sent < body.size()) {
-            chunkSize = std::min(size * nitems, body.size() - aux->sent);
-            std::memcpy(buffer, body.data() + aux->sent, chunkSize);
-            aux->sent += chunkSize;
-            REPORTER_INFO("sent " << aux->sent << " bytes");
-        }
-        REPORTER_INFO("returned chunkSize=" << chunkSize);
-        return chunkSize;
-    } catch (const std::exception&) {
-        return CURL_READFUNC_ABORT;
+    const std::string& body = *aux->requestData;
+    size_t chunkSize = 0;
+    if (aux->sent < body.size()) {
+        chunkSize = std::min(size * nitems, body.size() - aux->sent);
+        std::memcpy(buffer, body.data() + aux->sent, chunkSize);
+        aux->sent += chunkSize;
+        REPORTER_INFO("sent " << aux->sent << " bytes");
     }
+    REPORTER_INFO("returned chunkSize=" << chunkSize);
+    return chunkSize;
 }
 
 size_t HttpSession::receiveCallback(unsigned char* data, size_t size, size_t nmemb,

@@ -7,8 +7,7 @@
 namespace tev::transport::ssl {
 
 /// Each puts one piece of credentials into `ctx`, which keeps its own reference. False, with a log
-/// line, when OpenSSL refuses; a null key or certificate is refused without one. None throws,
-/// except when memory for a log line is out.
+/// line, when OpenSSL refuses; a null key or certificate is refused without one. None throws.
 bool setPrivateKey(SSL_CTX* ctx, std::shared_ptr<EVP_PKEY> key);
 bool setClientCert(SSL_CTX* ctx, std::shared_ptr<X509> cert);
 
