@@ -9,7 +9,8 @@
 
 int main() {
     // One heap for all threads, as the sender's own would grow beside what start-up has freed. A
-    // request's text stays out of it, however many went before, and leaves no gap.
+    // large block, such as a request's text, is mapped by itself and leaves no gap. The bound for
+    // that is fixed, as the C library would raise it once such a block is freed.
     mallopt(M_ARENA_MAX, 1);                // NOLINT(concurrency-mt-unsafe): no thread yet
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);  // NOLINT(concurrency-mt-unsafe)
     // A peer that closes early only fails its transfer, and a log without a reader fails nothing.

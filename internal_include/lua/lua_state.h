@@ -88,7 +88,7 @@ public:
 
     /// One complete call of a script function: logged, followed by a full collection and the
     /// throttle pause of 150 ms. R is one of the types that caller::call_impl offers; arguments are
-    /// numbers or records with export_to_lua. The stack is as before on every way out. Throws
+    /// numbers or records with export_to_lua. The stack has its old height on every way out. Throws
     /// lua_exception, without a collection or a pause.
     template <class R, class... Args>
     R call(const char* function, const Args&... args);
