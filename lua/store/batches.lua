@@ -107,8 +107,8 @@ end
 
 -- Deletes a report and adds its occurrences to an account; returns their number, 0 without a report.
 local function delete_report(id, name)
-  local report = database.row("SELECT count + 0.0 AS count, like_key || '' AS like, file_key || '' AS file "
-    .. "FROM reports WHERE id = %.0f", id)
+  local report = database.row("SELECT count + 0.0 AS count, CAST(like_key AS INTEGER) || '' AS like, "
+    .. "CAST(file_key AS INTEGER) || '' AS file FROM reports WHERE id = %.0f", id)
   if not report then return 0 end
   bound_row(report)
   for _, key in pairs({ report.like, report.file }) do

@@ -321,6 +321,8 @@ TEST_F(storage_script, gives_any_content_back) {
                   R"({"module":-32768,"type":-32768,"aggregationid":0,"count":1,"size":0,)"
                   R"("first_time":-9007199254740992,"last_time":-9007199254740992)");
     }
+    query("UPDATE reports SET like_key = 'x', file_key = x'00ff' WHERE id = " +
+          std::to_string(damaged));
 
     auto cursor = store()->cursor(NEXT);
     ASSERT_TRUE(cursor.has_next());
