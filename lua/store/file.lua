@@ -144,7 +144,9 @@ local function open()
     connect()
     recognise()
   end
-  local kept = database.number("SELECT journal_pages FROM accounts WHERE one = 1")
+  local kept = database.number("SELECT journal_pages + 0 * (saved + joined + removed + dropped_space + dropped_age "
+    .. "+ refused + set_aside + next_id + newest_batch + latest_day + listed_days + length(store)) FROM accounts "
+    .. "WHERE one = 1")
   if not kept then begin_accounts() end
   database.row("PRAGMA locking_mode = NORMAL")
   if not journal then database.row("PRAGMA journal_mode = DELETE") end

@@ -55,11 +55,11 @@ local function account(assignments, ...)
   database.execute("UPDATE accounts SET " .. assignments .. " WHERE one = 1", ...)
 end
 
--- Begins the accounts with what is stored, in a fresh store or where they were lost. Ids go on above the highest, and
--- no batch goes on.
+-- Begins the accounts with what is stored, in a fresh store or where they or one of them were lost. Ids go on above the
+-- highest, and no batch goes on.
 local function begin_accounts()
   database.execute("BEGIN IMMEDIATE")
-  database.execute("INSERT INTO accounts(one, saved, listed_days, set_aside, next_id, store) "
+  database.execute("REPLACE INTO accounts(one, saved, listed_days, set_aside, next_id, store) "
     .. "SELECT 1, total(count), coalesce(max(day), 0), %d, max(coalesce(max(id) + 1, 0), %d + abs(random() %% %d)), "
     .. "lower(hex(randomblob(16))) FROM reports WHERE id > 0", times_set_aside, LOWEST_ID, ID_SPREAD)
   database.execute("UPDATE batches SET last_id = min(last_id, (SELECT next_id - 1 FROM accounts WHERE one = 1)) "

@@ -37,6 +37,12 @@ protected:
     std::vector<long> times() { return store()->get_all_dispatch_times(); }
     ids list(long time = NEXT) { return store()->get_ids_by_dispatch_time(time); }
     auto read(unsigned id) { return reporter::parse_config(store()->get_report_as_json(id)); }
+    // As damage to a row may bring one about.
+    static void allow_null() {
+        query(
+            "PRAGMA writable_schema = ON; "
+            "UPDATE sqlite_master SET sql = replace(sql, 'INTEGER NOT NULL', 'INTEGER')");
+    }
     unsigned remove(unsigned id) { return store()->remove_report(id).at(0).second; }
     static constexpr long NEXT = NOON + 14 * HOUR;
 };
@@ -191,6 +197,10 @@ TEST_F(storage_script, goes_on_with_its_own_store) {
     EXPECT_GT(later, saved[2]);
     EXPECT_EQ(list(), (ids{saved[0], later}));
     EXPECT_EQ(query("SELECT saved, removed, joined FROM accounts"), "4|1|0");
+    allow_null();
+    query("UPDATE accounts SET latest_day = NULL");
+    EXPECT_GT(save("after the loss of one"), later);
+    EXPECT_EQ(query("SELECT saved, removed, joined FROM accounts"), "4|0|0");
 
     const auto kept = store(false);  // As by a program that goes on over an update.
     kept->get_all_dispatch_times();
@@ -206,7 +216,7 @@ TEST_F(storage_script, goes_on_with_its_own_store) {
     script.replace(script.find(last) + last.size(), 0,
                    "{ 'ALTER TABLE reports ADD COLUMN kept INTEGER DEFAULT 8' },\n");
     save("by the next version");
-    EXPECT_EQ(query("PRAGMA user_version; SELECT total(kept) FROM reports"), "2\n24.0");
+    EXPECT_EQ(query("PRAGMA user_version; SELECT total(kept) FROM reports"), "2\n32.0");
 }
 
 TEST_F(storage_script, leaves_a_file_that_may_serve_again) {
@@ -299,9 +309,7 @@ TEST_F(storage_script, gives_any_content_back) {
     const std::size_t at = bytes.find(read(damaged)["content"].asString().substr(700, 8));
     write_text(file, bytes.replace(at, 8, {"\"\\\0\xff{}'\n", 8}));
 
-    query(
-        "PRAGMA writable_schema = ON; "
-        "UPDATE sqlite_master SET sql = replace(sql, 'INTEGER NOT NULL', 'INTEGER')");
+    allow_null();
     const auto damage = [&](const std::string& number) {
         const std::string there = " = " + number + " WHERE id = " + std::to_string(damaged) + ";";
         query("UPDATE contents SET size" + there);
