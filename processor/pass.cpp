@@ -10,6 +10,7 @@
 #include "lua_sandbox.h"
 #include "module_host.h"
 #include "modules/report_sender_module.h"
+#include "pause.h"
 #include "stop_watcher.h"
 #include "storage/open_reports_storage.h"
 #include "storage/reports_storage.h"
@@ -21,8 +22,8 @@ using modules::report_sender_module_name;
 using modules::report_sender_module_policy;
 using sender_host = modules::module_host<report_sender_module_policy>;
 
-// How long a stop may hang before it is cut short.
-constexpr std::chrono::milliseconds stop_grace{500};
+// How long a stop may hang before it is cut short. A pause may be under way then.
+constexpr std::chrono::milliseconds stop_grace = std::chrono::milliseconds(500) + pause_length;
 
 std::atomic<sender_host*> g_module{nullptr};
 

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "logging.h"
-#include "pause.h"
 #include "stop_deadline.h"
 
 namespace reporter {
@@ -66,7 +65,7 @@ void stop_watcher::watch() const {
     if (is_ready(_ended, {})) {
         return;
     }
-    const auto asked = std::max(clock::now(), last_pause_end());
+    const auto asked = clock::now();
     const std::future<void> stopping = start(_on_stop);
     while (clock::now() < std::max(asked, grace_begin()) + _grace) {
         if (is_ready(_ended, look_again) && (!stopping.valid() || is_ready(stopping, look_again))) {
