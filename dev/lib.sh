@@ -18,9 +18,9 @@ fail() {
     exit 1
 }
 
-# The last line of a log, cut to 100 characters.
+# The last line of a log, cut to 100 characters; nothing of an empty one.
 last_line() {
-    tail -c 2000 -- "$1" 2>/dev/null | tr '\r' '\n' | grep -v '^[[:space:]]*$' | tail -n 1 | cut -c -100
+    tail -c 2000 -- "$1" 2>/dev/null | tr '\r' '\n' | grep -v '^[[:space:]]*$' | tail -n 1 | cut -c -100 || true
 }
 
 # Columns of the terminal on standard output.
@@ -59,7 +59,7 @@ step() {
     show_progress "$text" "$log" &
     progress=$!
     "$@" >"$log" 2>&1 </dev/null || status=$?
-    kill "$progress" 2>/dev/null
+    kill "$progress" 2>/dev/null || true
     wait "$progress" 2>/dev/null || true
 
     [[ ! -t 1 ]] || printf '\r\033[K'
