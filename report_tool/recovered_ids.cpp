@@ -26,7 +26,7 @@ recovered_ids::recovered_ids()
         close(_descriptor);
         throw std::runtime_error("another recover is under way: wait for its end");
     }
-    // A line that a power cut has cut short has no second number, or one that is too small.
+    // A line that was cut short has no second number, or one that is too small.
     std::istringstream lines(reporter::read_file_default(_path, ""));
     for (std::string line; std::getline(lines, line);) {
         double first = 0, last = 0;
@@ -51,8 +51,10 @@ double recovered_ids::behind(double id) const {
 }
 
 void recovered_ids::add(double first, double last) {
+    // The newline comes first, so that a line that a full disk or a power cut has cut short does
+    // not become the beginning of the next one.
     char line[64];
-    const int size = std::snprintf(line, sizeof line, "%.0f %.0f\n", first, last);
+    const int size = std::snprintf(line, sizeof line, "\n%.0f %.0f", first, last);
     if (write(_descriptor, line, static_cast<std::size_t>(size)) != size ||
         fdatasync(_descriptor) != 0) {
         throw std::runtime_error(_path + " cannot be written: " + error_text(errno) +

@@ -144,6 +144,7 @@ TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
     use_port(1);
     expect("E LUA: report store is set aside, kept as *", 0);
 
+    write_text(data_dir() / "recovered", "1 3");  // cut short by a full disk
     const Json::Value first = json({"recover", broken});
     EXPECT_GE(first["unreadable"].asInt(), 1);
     EXPECT_EQ(first["saved"].asInt() + first["unreadable"].asInt(), reports);
@@ -156,6 +157,12 @@ TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
     run_pass();
     EXPECT_EQ(received().size(), first["saved"].asUInt());
     EXPECT_EQ(stored(), 0);
+    save(1);
+    query("UPDATE accounts SET removed = 99");
+    fs::copy(store, data_dir() / "moved", fs::copy_options::overwrite_existing);
+    const std::string odd = output({"recover", data_dir() / "moved"});
+    EXPECT_NE(odd.find("saved 1 report with 1 occurrence, not whole: 0\n"), std::string::npos)
+        << odd;
     EXPECT_NE(output({"recover", store}, 1).find("is the present store"), std::string::npos);
     EXPECT_NE(output({"recover", data_dir() / "config" / "config.def"}, 1).find("not a database"),
               std::string::npos);
