@@ -59,6 +59,10 @@ std::string text_of(const GENERAL_NAME* name) {
     if (name->type == GEN_DNS) {
         return printable({reinterpret_cast<const char*>(bytes), size});
     }
+    // A certificate may hold any number of bytes for an address.
+    if (size != sizeof(in_addr) && size != sizeof(in6_addr)) {
+        return "?";
+    }
     char address[INET6_ADDRSTRLEN] = "";
     inet_ntop(size == sizeof(in_addr) ? AF_INET : AF_INET6, bytes, address, sizeof address);
     return address;

@@ -52,6 +52,7 @@ TEST_F(doctor, tells_what_the_server_does) {
             {"server.certificate fault untrusted", 1, served({"server-other-ca.pem"})},
             {"server.certificate fault untrusted", 1, served({"server-self-signed.pem"})},
             {"server.certificate fault host", 1, served({"server-other-host.pem"})},
+            {"server.certificate fault host", 1, served({"server-short-address.pem"})},
             {"server.certificate fault expired | certificate has expired, about CN=Former "
              "authority",
              1, trusting("expired-ca.pem", "server-of-expired-ca.pem")},
