@@ -148,7 +148,7 @@ void pass_proxy(int socket, const std::string& host_and_port, const deadline& en
         open = end.wait_for(socket, POLLIN) && recv(socket, &byte, 1, 0) == 1;
         answer.append(open ? 1 : 0, byte);
     }
-    if (answer.compare(0, 7, "HTTP/1.") != 0 || answer.compare(8, 2, " 2") != 0) {
+    if (answer.compare(0, 7, "HTTP/1.") != 0 || answer.find(" 2") != 8) {
         throw failure("proxy",
                       "the proxy lets nothing through: " + answer.substr(0, answer.find('\r')));
     }

@@ -39,9 +39,13 @@ TEST_F(doctor, tells_what_the_server_does) {
         };
     };
     raw_peer proxy({[](peer_connection& asking) {
-                       asking.read();
-                       asking.write("HTTP/1.1 407 Who are you?\r\n\r\n");
-                   }},
+                        asking.read();
+                        asking.write("HTTP/1.1 407 Who are you?\r\n\r\n");
+                    },
+                    [](peer_connection& asking) {
+                        asking.read();
+                        asking.write("HTTP/1.");
+                    }},
                    {""});
     const peer_identity newer{"server.pem", 0, "ALL", TLS1_3_VERSION};
     expect_each(
@@ -83,6 +87,10 @@ TEST_F(doctor, tells_what_the_server_does) {
              listening(-1),
              {"https_proxy=http://127.0.0.1:1", "no_proxy=example.com"}},
             {"server.proxy_connect fault proxy | the proxy lets nothing through: HTTP/1.1 407 Who",
+             1,
+             [] {},
+             {"https_proxy=http://127.0.0.1:" + std::to_string(proxy.port())}},
+            {"server.proxy_connect fault proxy | the proxy lets nothing through: HTTP/1. |",
              1,
              [] {},
              {"https_proxy=http://127.0.0.1:" + std::to_string(proxy.port())}},
