@@ -114,7 +114,9 @@ std::string error_of(const std::function<void()>& work) {
 
 // Line numbers of the chunk as it is run count a line more than the file.
 std::string with_place(const std::string& error, const std::string& path) {
-    static const std::regex place(R"(\[string "[^\n]*"\]:(\d+))");
+    // Lua shows 60 characters of a chunk at most. Without a bound a long message would need more
+    // stack than there is, as the library goes a level deeper for each character.
+    static const std::regex place(R"(\[string "[^\n]{0,60}"\]:(\d{1,9}))");
     std::smatch match;
     if (!std::regex_search(error, match, place)) {
         return path + ": " + error;

@@ -89,6 +89,8 @@ TEST_F(doctor, looks_at_files_script_and_store) {
              [] { write_text(script(), "function (" + read_text(script())); }},
             {"script.loads fault failing | " + script().string() + ":1: attempt to", 1,
              [] { write_text(script(), "nothing.at_all()"); }},
+            {"script.loads fault failing | " + script().string() + ":1: xx", 1,
+             [] { write_text(script(), "error(string.rep('x', 1000000))"); }},
             {"script.functions fault missing | remove_report_by_id", 1,
              [] { in_script("function remove_report_by_id", "function remove"); }},
             {"script.modules fault missing | module json", 1,
