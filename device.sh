@@ -12,9 +12,6 @@ cd -- "$(dirname -- "${BASH_SOURCE[0]}")"
 readonly sysroot=build/sysroot          # the system's own libraries
 readonly root=build/device-root-fs      # with the platform's, as on a device
 
-# Tests that cannot run under emulation, by a pattern of their names, each with the reason.
-readonly -A not_here=()
-
 # The platform's libraries are in place before the agent is configured, like on a device.
 make_root() {
     rm -rf -- "$root" &&
@@ -50,15 +47,6 @@ check_binaries() {
         check_fortify
 }
 
-run_tests() {
-    local pattern excluded=()
-    for pattern in "${!not_here[@]}"; do
-        printf 'Not under emulation: %s: %s\n' "$pattern" "${not_here[$pattern]}"
-        excluded=(--exclude-regex "$(IFS='|' && echo "${!not_here[*]}")")
-    done
-    ctest --preset device --parallel "$(nproc)" "${excluded[@]}" "$@"
-}
-
 [[ $PWD != *[[:space:]]* ]] || fail "pkg-config and the emulator need a tree whose path has no blank"
 dev/install-packages build device
 bwrap --dev-bind / / true || fail "nothing can stand in for bubblewrap here: allow unprivileged user namespaces"
@@ -69,4 +57,4 @@ step "Make the device's root" make_root
 step "Configure device" without_substitutes cmake --preset device
 step "Build device" without_substitutes cmake --build build/device --parallel "$(nproc)"
 step "Check the binaries" check_binaries
-run_tests "$@"
+ctest --preset device --parallel "$(nproc)" "$@"
