@@ -2,6 +2,7 @@
 
 #include <netdb.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -61,13 +62,17 @@ int listening(int socket, const sockaddr* address, socklen_t size, const std::st
     fail(where);
 }
 
-/// Whether somebody takes connections at the path.
-bool is_served(const sockaddr_un& address) {
+/// Whether the path is a socket at which nobody takes connections.
+bool is_left_over(const sockaddr_un& address) {
+    struct stat file {};
+    if (stat(address.sun_path, &file) != 0 || !S_ISSOCK(file.st_mode)) {
+        return false;
+    }
     const int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const bool served =
         connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     close(probe);
-    return served;
+    return !served;
 }
 
 }  // namespace
@@ -95,7 +100,7 @@ int listen_address::open() const {
         return listening(made, found->ai_addr, found->ai_addrlen, _host + ":" + _port);
     }
     const sockaddr_un address = unix_address(_path);
-    if (!is_served(address)) {
+    if (is_left_over(address)) {
         unlink(_path.c_str());
     }
     const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
