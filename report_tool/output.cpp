@@ -72,7 +72,7 @@ std::string readable_time(long long seconds) {
     const auto moment = static_cast<std::time_t>(seconds);
     std::tm local{};
     char text[64];
-    if (localtime_r(&moment, &local) == nullptr ||
+    if (moment != seconds || localtime_r(&moment, &local) == nullptr ||
         std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local) == 0) {
         return std::to_string(seconds);
     }

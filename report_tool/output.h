@@ -32,7 +32,8 @@ std::string in_colour(colour wanted, const std::string& text);
 /// "1.5 MiB".
 std::string readable_size(double bytes);
 
-/// Local time as "2026-11-24 21:05:59".
+/// Local time as "2026-11-24 21:05:59"; the number where time_t, of 32 bits on the device, or the
+/// calendar does not reach so far.
 std::string readable_time(long long seconds);
 
 /// The document on standard output, indented.
