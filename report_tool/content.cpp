@@ -4,35 +4,12 @@
 
 #include "base64.h"
 #include "compression.h"
+#include "output.h"
 
 namespace report_tool {
 namespace {
 
 constexpr std::size_t bytes_in_a_line = 16;
-
-unsigned char byte_at(const std::string& bytes, std::size_t at) {
-    return static_cast<unsigned char>(bytes[at]);
-}
-
-// Bytes of the UTF-8 character that begins there, 0 for none. Control characters are none but for
-// tabulators and the ends of lines.
-std::size_t character_size(const std::string& bytes, std::size_t at) {
-    const unsigned char first = byte_at(bytes, at);
-    if (first < 0x80) {
-        return (first >= ' ' && first != 0x7f) || first == '\t' || first == '\n' || first == '\r';
-    }
-    const std::size_t size = first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
-    if (size == 0 || first > 0xf4 || size > bytes.size() - at) {
-        return 0;
-    }
-    for (std::size_t next = 1; next < size; ++next) {
-        if ((byte_at(bytes, at + next) & 0xc0) != 0x80) {
-            return 0;
-        }
-    }
-    const bool control = first == 0xc2 && byte_at(bytes, at + 1) < 0xa0;
-    return control ? 0 : size;
-}
 
 }  // namespace
 
@@ -71,7 +48,8 @@ std::string hex(const std::string& bytes, const char* between) {
 bool is_text(const std::string& bytes) {
     std::size_t at = 0;
     while (at < bytes.size()) {
-        const std::size_t size = character_size(bytes, at);
+        const bool blank = bytes[at] == '\t' || bytes[at] == '\n' || bytes[at] == '\r';
+        const std::size_t size = blank ? 1 : character_size(bytes, at);
         if (size == 0) {
             return false;
         }

@@ -145,11 +145,32 @@ std::string join(const std::vector<std::string>& texts, const std::string& betwe
     return joined;
 }
 
+std::size_t character_size(const std::string& text, std::size_t at) {
+    const auto byte = [&](std::size_t place) { return static_cast<unsigned char>(text[place]); };
+    const unsigned char first = byte(at);
+    if (first < 0x80) {
+        return first >= ' ' && first != 0x7f ? 1 : 0;
+    }
+    const std::size_t size = first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+    if (size == 0 || first > 0xf4 || size > text.size() - at) {
+        return 0;
+    }
+    for (std::size_t next = at + 1; next < at + size; ++next) {
+        if ((byte(next) & 0xc0) != 0x80) {
+            return 0;
+        }
+    }
+    const bool control = first == 0xc2 && byte(at + 1) < 0xa0;
+    return control ? 0 : size;
+}
+
 std::string printable(const std::string& text) {
-    std::string plain = text;
-    std::replace_if(
-        plain.begin(), plain.end(),
-        [](unsigned char character) { return character < ' ' || character == 0x7f; }, ' ');
+    std::string plain;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t size = character_size(text, at);
+        plain += size > 0 ? text.substr(at, size) : " ";
+        at += std::max<std::size_t>(size, 1);
+    }
     return plain;
 }
 

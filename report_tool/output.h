@@ -69,7 +69,11 @@ std::string error_text(int error);
 /// The texts one behind the other.
 std::string join(const std::vector<std::string>& texts, const std::string& between = ", ");
 
-/// What a terminal would take for a command, and newlines, replaced.
+/// Bytes of the UTF-8 character that begins there; 0 for none, and for one that a terminal would
+/// take for a command, or a newline.
+std::size_t character_size(const std::string& text, std::size_t at);
+
+/// The text with a blank for each byte that is no part of such a character.
 std::string printable(const std::string& text);
 
 }  // namespace report_tool

@@ -69,10 +69,10 @@ TEST_F(kit, folds_a_log) {
     write_text(scratch_root() / "log", std::string(1, '\0') + "\xff binary\n" + begin + "8.5" +
                                            tag + "I" + file + "processor pid:7\nanother's line\n" +
                                            begin + "9.75" + tag + "E" + file +
-                                           "some_error: \033[2J\n");
+                                           "some_error: \033[2J\xc2\x9b\n");
     EXPECT_EQ(output({"log", scratch_root() / "log"}),
               "pass of process 7\n  start: 1.250 s, 0 pauses\n  its end is not in this log\n"
-              "  error: some_error:  [2J\n");
+              "  error: some_error:  [2J  \n");
     output({"log", "/opt/data"}, 1);
     output({"log", data_dir() / "config" / "config.def"}, 1);
 }
