@@ -132,8 +132,8 @@ private:
             const Json::Value step = _store.save(from);
             if (step.isMember("report")) {
                 const Json::Value& report = step["report"];
-                note(report, step["saved"].asBool());
                 _done.add(first, report["id"].asDouble());
+                note(report, step["saved"].asBool());
                 from = std::max(from, report["id"].asDouble()) + 1;
             } else if (step.isMember("go_on")) {
                 from = step["go_on"].asDouble();
@@ -188,7 +188,7 @@ void print_result(const Json::Value& result) {
     std::cout << "\nsaved " << counted(result["saved"].asUInt(), "report") << " with "
               << counted(result["occurrences"].asUInt(), "occurrence")
               << ", not whole: " << result["unreadable"].asString();
-    if (result["occurrences_told"].isNumeric()) {
+    if (result["occurrences_told"].isUInt()) {
         std::cout << "; by its accounts the file held "
                   << counted(result["occurrences_told"].asUInt(), "occurrence");
     }
