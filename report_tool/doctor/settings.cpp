@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <regex>
+#include <sstream>
 
 #include "json_io.h"
 
@@ -106,10 +107,17 @@ void tell_number(group& configuration, const setting& one, const Json::Value& va
 }
 
 bool is_schedule(const std::string& text) {
-    static const std::regex period("[0-9]{1,9}");
-    static const std::regex times(
-        "(([01][0-9]|2[0-3]):[0-5][0-9])(,([01][0-9]|2[0-3]):[0-5][0-9])*");
-    return std::regex_match(text, period) || std::regex_match(text, times);
+    static const std::regex period("[0-9]{1,9}"), time("([01][0-9]|2[0-3]):[0-5][0-9]");
+    if (std::regex_match(text, period)) {
+        return true;
+    }
+    // One by one, as a match needs stack for each character.
+    std::istringstream times(text);
+    bool sound = !text.empty() && text.back() != ',';
+    for (std::string one; std::getline(times, one, ',');) {
+        sound = sound && std::regex_match(one, time);
+    }
+    return sound;
 }
 
 void tell_text(group& configuration, const setting& one, const Json::Value& value) {

@@ -47,6 +47,15 @@ TEST_F(doctor, reads_configuration_and_gates) {
          }},
         {"configuration.sender.sending_timeout warning clamped | 5 is taken as 30", 0,
          [&] { set("sending_timeout", 5); }},
+        {"configuration.processor.dispatching_time ok", 0,
+         [&] {
+             std::string often = "03:00";
+             while (often.size() < 600000) {
+                 often += ",03:00";
+             }
+             config["processor"]["dispatching_time"] = often;
+             agent();
+         }},
         {"configuration.sender fault missing", 1,
          [&] {
              config.removeMember("sender");
