@@ -13,6 +13,8 @@
 #include <json/json.h>
 #include <CLI/CLI.hpp>
 
+#include "edit_distance.h"
+
 namespace {
 
 /// The values of a configuration by their dotted names.
@@ -29,26 +31,10 @@ void collect(Json::Value& object, const std::string& prefix, settings& found) {
     }
 }
 
-/// How many characters must be put in, taken out or replaced to make one text of the other.
-std::size_t edit_distance(const std::string& from, const std::string& to) {
-    std::vector<std::size_t> row(to.size() + 1);
-    for (std::size_t column = 0; column <= to.size(); ++column) {
-        row[column] = column;
-    }
-    for (const char letter : from) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t column = 1; column <= to.size(); ++column) {
-            const std::size_t replaced = diagonal + (letter == to[column - 1] ? 0 : 1);
-            diagonal = row[column];
-            row[column] = std::min({replaced, diagonal + 1, row[column - 1] + 1});
-        }
-    }
-    return row.back();
-}
-
 std::string nearest(const settings& known, const std::string& key) {
     const auto nearer = [&key](const auto& one, const auto& other) {
-        return edit_distance(key, one.first) < edit_distance(key, other.first);
+        return report_tool::edit_distance(key, one.first) <
+               report_tool::edit_distance(key, other.first);
     };
     return std::min_element(known.begin(), known.end(), nearer)->first;
 }
@@ -96,6 +82,9 @@ void set_all(const std::string& path, const std::vector<std::string>& assignment
     }
     settings known;
     collect(root, "", known);
+    if (known.empty()) {
+        throw std::runtime_error("there is no setting in " + path);
+    }
     for (const std::string& assignment : assignments) {
         set(known, assignment);
     }

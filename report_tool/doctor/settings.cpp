@@ -4,6 +4,7 @@
 #include <regex>
 #include <sstream>
 
+#include "edit_distance.h"
 #include "json_io.h"
 
 namespace report_tool::doctor {
@@ -130,23 +131,6 @@ void tell_text(group& configuration, const setting& one, const Json::Value& valu
     }
 }
 
-// By how many insertions, deletions and replacements of a character two names differ.
-std::size_t distance(const std::string& left, const std::string& right) {
-    std::vector<std::size_t> row(right.size() + 1);
-    for (std::size_t at = 0; at < row.size(); ++at) {
-        row[at] = at;
-    }
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t j = 0; j < right.size(); ++j) {
-            const std::size_t replaced = diagonal + (left[i] == right[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
-        }
-    }
-    return row.back();
-}
-
 }  // namespace
 
 const std::vector<setting>& known_settings() {
@@ -192,7 +176,7 @@ std::string nearest_setting(const std::string& object, const std::string& name) 
     std::string nearest;
     std::size_t least = std::min(near + 1, name.size());
     for (const setting& one : known_settings()) {
-        const std::size_t away = distance(name, one.name);
+        const std::size_t away = edit_distance(name, one.name);
         if (object == one.object && away < least) {
             least = away;
             nearest = one.path();
