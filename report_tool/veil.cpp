@@ -13,7 +13,6 @@
 #include <utility>
 
 #include <json/value.h>
-#include <json/writer.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
@@ -56,7 +55,7 @@ std::size_t end_of_string(const std::string& text, std::size_t at) {
     return std::min(at, text.size());
 }
 
-// The value behind a name that ends there, as in `NAME" : "value"` and `NAME : value`.
+// The value behind a name that ends there: `NAME" : "value"`, `NAME" : 12` or `NAME : value`.
 place value_behind(const std::string& text, std::size_t name_end) {
     constexpr const char* white_space = " \t\r\n";
     const bool quoted = name_end < text.size() && text[name_end] == '"';
@@ -65,11 +64,15 @@ place value_behind(const std::string& text, std::size_t name_end) {
         return {0, 0};
     }
     const std::size_t begin = text.find_first_not_of(quoted ? white_space : " ", colon + 1);
-    if (begin == std::string::npos || (quoted && text[begin] != '"')) {
+    if (begin == std::string::npos) {
         return {0, 0};
     }
-    return quoted ? place{begin + 1, end_of_string(text, begin + 1)}
-                  : place{begin, std::min(text.find('\n', begin), text.size())};
+    if (quoted && text[begin] == '"') {
+        return {begin + 1, end_of_string(text, begin + 1)};
+    }
+    return {begin,
+            std::min(quoted ? text.find_first_not_of("0123456789", begin) : text.find('\n', begin),
+                     text.size())};
 }
 
 std::vector<place> named_values(const std::string& text) {
@@ -97,8 +100,8 @@ std::string without_escapes(const std::string& text) {
 }
 
 std::string with_escapes(const std::string& text) {
-    const std::string quoted = Json::valueToQuotedString(text.c_str());
-    return quoted.substr(1, quoted.size() - 2);
+    const std::string line = reporter::json_compact(text);
+    return line.substr(1, line.size() - 3);  // without its quotes and its newline
 }
 
 std::string replace_all(const std::string& text, const std::string& value,

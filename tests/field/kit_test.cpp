@@ -236,6 +236,7 @@ TEST_F(kit, bundles_nothing_that_identifies) {
                              "T-MODEL",
                              "sentence that was reported",
                              "registered-0815",
+                             "471100081500",
                              "CN=",
                              read_text(pki_dir() + "/client.pem").substr(28, 64),
                              lines_of(read_text(pki_dir() + "/client.key")).at(2)};
@@ -243,6 +244,8 @@ TEST_F(kit, bundles_nothing_that_identifies) {
     set_system_info("platform", "http://tizen.org/system/manufacturer", secrets[1]);
     set_system_info("value", "199", secrets[2]);
     sender()["agent_registered_duid"] = secrets[4];
+    config["DUID"] = Json::Int64{471100081500};
+    config["vendor"] = std::string("\0 and more", 10);
     save(1, secrets[3]);
     use_collector();
     const fs::path log = logged_pass(), archive = scratch_root() / "device.tar.gz";
