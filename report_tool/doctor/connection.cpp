@@ -56,8 +56,8 @@ int begin_connection(const socket_handle& socket, const addrinfo& address) {
     return ::connect(socket.get(), address.ai_addr, address.ai_addrlen) == 0 ? 0 : errno;
 }
 
-int finish_connection(int socket, const deadline& end) {
-    if (!end.wait_for(socket, POLLOUT)) {
+int finish_connection(int socket, const deadline& end, int at_most_ms) {
+    if (!end.wait_for(socket, POLLOUT, at_most_ms)) {
         return ETIMEDOUT;
     }
     int error = 0;
@@ -114,7 +114,10 @@ std::vector<std::string> resolve(const std::string& host, const deadline& end) {
 socket_handle connect_to(const std::vector<std::string>& addresses, const std::string& port,
                          const deadline& end) {
     failure last("unreachable", "no address");
+    auto untried = static_cast<int>(addresses.size());
     for (const std::string& address : addresses) {
+        // One that is silent leaves the others their share: libcurl does not wait for it either.
+        const int share_ms = end.milliseconds_left() / untried--;
         int error = 0;
         const address_list found =
             look_up(address, port.c_str(), AI_NUMERICHOST | AI_NUMERICSERV, error);
@@ -126,7 +129,7 @@ socket_handle connect_to(const std::vector<std::string>& addresses, const std::s
             ::socket(found->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         error = begin_connection(socket, *found);
         if (error == EINPROGRESS) {
-            error = finish_connection(socket.get(), end);
+            error = finish_connection(socket.get(), end, share_ms);
         }
         if (error == 0) {
             return socket;
