@@ -64,10 +64,10 @@ const char* advice_for(const std::string& cause) {
                                 : "make it readable for the agent's user";
 }
 
-// The first file that can be used, as the agent takes it; null without one.
-Json::Value choose_file(group& configuration) {
+// The first file that can be used, as the agent takes it.
+std::optional<Json::Value> choose_file(group& configuration) {
     std::vector<std::pair<std::string, file_look>> passed_over;
-    Json::Value chosen;
+    std::optional<Json::Value> chosen;
     for (const char* suffix : {"def", "rel", "stg"}) {
         std::string name = "config.";
         name += suffix;
@@ -165,11 +165,11 @@ void examine_settings(group& configuration, const Json::Value& root) {
 
 void examine_configuration(examination& whole) {
     group configuration(whole, "configuration");
-    const Json::Value root = choose_file(configuration);
-    if (root.isObject()) {
-        whole.config.emplace(root, std::unordered_map<std::string, reporter::script>());
-        examine_settings(configuration, root);
-    } else if (!root.isNull()) {
+    const std::optional<Json::Value> root = choose_file(configuration);
+    if (root && root->isObject()) {
+        whole.config.emplace(*root, std::unordered_map<std::string, reporter::script>());
+        examine_settings(configuration, *root);
+    } else if (root) {
         configuration.fault("file", "type", "the document is no object",
                             "put the settings between { and }");
     }

@@ -28,6 +28,7 @@ TEST_F(doctor, reads_configuration_and_gates) {
         {"gates.enrolment closed not-enrolled", 3, [&] { set("reporter_registration", true); }},
         {"configuration.file fault missing", 1, [&] { fs::remove(config_file); }},
         {"configuration.config.def fault json | line 3, column ", 1, break_json},
+        {"configuration.file fault type", 1, [&] { write_text(config_file, "null"); }},
         {"configuration.config.def warning json", 0,
          [&] {
              fs::copy(config_file, data_dir() / "config" / "config.rel");
