@@ -17,6 +17,7 @@ namespace {
 constexpr int BAD_REQUEST = 400;
 constexpr int NOT_FOUND = 404;
 constexpr int TIMEOUT = 408;
+constexpr int NO_LENGTH = 411;
 constexpr int TOO_LARGE = 413;
 constexpr int PACKED = 415;
 constexpr const char* JSON_TYPE = "application/json";
@@ -52,17 +53,19 @@ void request_desk::attach(httplib::Server& server) {
     using httplib::Request;
     using httplib::Response;
     server.set_pre_routing_handler([](const Request& request, Response& response) {
-        // The library would unpack the body, and limit only what it was before.
-        if (!request.has_header("Content-Encoding")) {
+        // The library would unpack the body, and limit only what it was before. It does not limit
+        // at all what comes in chunks.
+        const bool packed = request.has_header("Content-Encoding");
+        if (!packed && !request.has_header("Transfer-Encoding")) {
             return httplib::Server::HandlerResponse::Unhandled;
         }
-        response.status = PACKED;
+        response.status = packed ? PACKED : NO_LENGTH;
         return httplib::Server::HandlerResponse::Handled;
     });
     server.Post(".*",
                 [this](const Request& request, Response& response) { answer(request, response); });
-    // Requests that never reach the handler: another method, a body too large or packed, a broken
-    // head.
+    // Requests that never reach the handler: another method, a body too large, packed or in
+    // chunks, a broken head.
     server.set_error_handler([this](const Request& request, Response& response) {
         if (!response.has_header(NUMBER_HEADER)) {
             refuse(request, response);
