@@ -1,36 +1,36 @@
 -- Saves what can be read of a store that was set aside into the present one, for a technician's program.
 
--- Ids that one call tries one by one where a page is damaged.
-local PROBES = 1000
-
 local function read_of(other, sql, ...)
   local read, row = pcall(other.row, sql, ...)
   return read and row or nil
 end
 
--- The next report, and what is told of the whole: all that can be read of it.
+-- What is told of the whole: all that can be read of it.
 local function survey_aside(other)
-  local accounts = read_of(other, "SELECT next_id + 0.0 AS next_id, "
-    .. "saved - removed - dropped_space - dropped_age + 0.0 AS stored FROM accounts WHERE one = 1")
-  local reports = read_of(other, "SELECT count(*) + 0.0 AS reports, max(id) + 0.0 AS last FROM reports")
-  return { reports = reports and reports.reports, last = accounts and accounts.next_id or reports and reports.last,
-    stored = accounts and accounts.stored }
+  local reports = read_of(other, "SELECT count(*) + 0.0 AS reports FROM reports") or {}
+  local accounts = read_of(other, "SELECT saved - removed - dropped_space - dropped_age + 0.0 AS stored FROM accounts "
+    .. "WHERE one = 1") or {}
+  return { reports = reports.reports, stored = accounts.stored }
 end
 
--- The first report from an id on whose row can be read, or nil. Damage to a page hides the ids on it and stops a walk
--- over them, but not the way to others. The first id is far above zero; the batches tell it. Returns also where to go
--- on without one, nil at the end.
+-- The first id from one on in a table, infinite at the end, nil where damage hides it.
+local function first_id(other, name, from)
+  local read, id = pcall(other.number, "SELECT id + 0.0 FROM %s WHERE id >= %.0f ORDER BY %s.id LIMIT 1", name, from,
+    name)
+  return read and (id or math.huge) or nil
+end
+
+-- The next id from one on, infinite at the end. Damage to a page hides the ids on it and stops a walk over them, but not
+-- the way to others, and the two tables have the same ids on different pages. Where it hides both, nil and where to go
+-- on: one further, but not before the first id, which the batches tell.
 local function next_aside(other, from)
-  local columns = "SELECT " .. wide("id, module, type, aggregationid, count, first_time, last_time") .. " FROM reports "
-  local read, row = pcall(other.row, columns .. "WHERE id >= %.0f ORDER BY reports.id LIMIT 1", from)
-  if read then return row end
-  local last, oldest = survey_aside(other).last or 0, read_of(other, "SELECT min(first_id) + 0.0 AS id FROM batches")
-  from = math.max(from, oldest and oldest.id or 0)
-  for id = from, math.min(from + PROBES, last) do
-    row = read_of(other, columns .. "WHERE id = %.0f", id)
-    if row then return row end
-  end
-  return nil, from + PROBES < last and from + PROBES + 1 or nil
+  local report, content = first_id(other, "reports", from), first_id(other, "contents", from)
+  if report and content then return math.min(report, content) end
+  if report or content then return report or content end
+  local bounds = read_of(other, "SELECT (SELECT min(first_id) FROM batches) + 0.0 AS least, next_id + 0.0 AS beyond "
+    .. "FROM accounts WHERE one = 1 AND least NOT NULL")
+  local further = bounds and math.max(from + 1, bounds.least)
+  return nil, further and further < bounds.beyond and further or nil
 end
 
 -- The content in the form in which it is stored, nil unless it is whole.
@@ -56,20 +56,22 @@ end
 local function step(other, asked)
   if other.number("PRAGMA application_id") ~= APPLICATION_ID then error("not a report store", 0) end
   local answer = asked.save and {} or survey_aside(other)
-  local report, go_on = next_aside(other, asked.from)
-  if not report then
-    answer.go_on = go_on
-    return answer
-  end
-  bound_row(report)
-  answer.report = report
-  if asked.save then report.content, answer.body = body_aside(other, report.id) end
+  local id, go_on = next_aside(other, asked.from)
+  answer.go_on = go_on
+  if not id or id == math.huge then return answer end
+  local row = read_of(other, "SELECT " .. wide("module, type, aggregationid, count, first_time, last_time")
+    .. " FROM reports WHERE id = %.0f", id)
+  if row then bound_row(row) end
+  answer.report = row or {}
+  answer.report.id = id
+  if row and asked.save then row.content, answer.body = body_aside(other, id) end
   return answer
 end
 
--- Takes and gives a JSON object. Of the file `path`, the first report from the id `from` on: `report`, with id, module,
--- type and count, and with `save` also `saved`, false when its content is not whole. Without a report `go_on` is where
--- to go on, absent at the end. Without `save` it tells `reports` and `stored` occurrences, as far as they can be read.
+-- Takes and gives a JSON object. Of the file `path`, the first report from the id `from` on: `report`, with id and, where
+-- they can be read, module, type and count, and with `save` also `saved`, false when it is not whole. Without a report
+-- `go_on` is where to go on, absent at the end. Without `save` it tells `reports` and `stored` occurrences, as far as
+-- they can be read.
 function recover(text)
   local asked = json.decode(text)
   local other = sqlite3.open(asked.path, BUSY_WAIT_MS)
@@ -78,7 +80,7 @@ function recover(text)
   if not read then error("nothing can be read of " .. asked.path .. ": " .. answer, 0) end
   local report = answer.report
   if report and asked.save then
-    answer.saved = report.content and true or false
+    answer.saved = report.content ~= nil
     if report.content then serve(restore, report, answer.body) end
     report.content, answer.body = nil, nil
   end

@@ -119,35 +119,47 @@ TEST_F(kit, runs_a_pass_and_stops_it_in_order) {
 
 TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
     constexpr std::size_t page_size = 4096;
-    constexpr int reports = 30;
     std::mt19937 random(1);
-    for (int number = 0; number < reports; ++number) {
-        reporter::report report{7, 1, {}, static_cast<unsigned int>(number)};
+    for (unsigned number = 1; number <= 30; ++number) {
+        reporter::report report{7, 1, {}, number};
         std::generate_n(std::back_inserter(report.content), page_size / 2,
                         [&] { return static_cast<unsigned char>(random()); });
         save(report);
     }
-    save(reporter::report{7, 1, {'x'}, 1});
+    const auto query_number = [](const std::string& sql) { return std::stoul(query(sql)); };
     query(
+        "WITH n(i) AS (SELECT value FROM generate_series(1, 8)) INSERT INTO contents SELECT "
+        "id + 1000 * i, size, sha256, body FROM contents, n;"
+        "WITH n(i) AS (SELECT value FROM generate_series(1, 8)) INSERT INTO reports SELECT "
+        "id + 1000 * i, module, type, aggregationid, 1, first_time, last_time, day, like_key, "
+        "like_key FROM reports, n;"
+        "UPDATE accounts SET next_id = 1 + (SELECT max(id) FROM reports);"
         "PRAGMA writable_schema = ON; "
         "UPDATE sqlite_master SET sql = replace(sql, 'INTEGER NOT NULL', 'INTEGER')");
-    query(
-        "UPDATE accounts SET removed = NULL; UPDATE reports SET type = NULL, count = NULL "
-        "WHERE id = (SELECT min(id) FROM reports)");
+    const std::string middle = "(SELECT id FROM reports ORDER BY id LIMIT 1 OFFSET 135)";
+    query("UPDATE accounts SET removed = NULL; UPDATE reports SET count = 2 WHERE id = " + middle +
+          "; UPDATE reports SET type = NULL, count = NULL WHERE id = 1 + " + middle);
     const fs::path store = data_dir() / "db_reports", broken = data_dir() / "db_reports.broken";
     std::string bytes = read_text(store);
-    std::size_t leaf = bytes.size() - page_size;
-    while (bytes[leaf] != 0x0d) {
-        leaf -= page_size;
-    }
-    write_text(store, bytes.replace(leaf, page_size, page_size, 'U'));
+    const auto damage = [&](const std::string& table, const std::string& order) {
+        const std::string leaf = " FROM dbstat WHERE name = '" + table +
+                                 "' AND pagetype = 'leaf' ORDER BY " + order + " LIMIT 1";
+        bytes.replace((query_number("SELECT pageno" + leaf) - 1) * page_size, page_size, page_size,
+                      'U');
+        return query_number("SELECT ncell" + leaf);
+    };
+    // What is in both tables on a damaged page is hidden: the first reports and the last.
+    const unsigned hidden = damage("contents", "path") + damage("contents", "path DESC"),
+                   rows = damage("reports", "path") + damage("reports", "path DESC"),
+                   content = damage("contents", "path LIMIT 1 OFFSET 140 --");
+    write_text(store, bytes);
     use_port(1);
     expect("E LUA: report store is set aside, kept as *", 0);
 
     write_text(data_dir() / "recovered", "1 3");  // cut short by a full disk
     const Json::Value first = json({"recover", broken});
-    EXPECT_GE(first["unreadable"].asInt(), 1);
-    EXPECT_EQ(first["saved"].asInt() + first["unreadable"].asInt(), reports);
+    EXPECT_EQ(first["saved"].asUInt(), 270 - rows - content);
+    EXPECT_EQ(first["unreadable"].asUInt(), rows - hidden + content);
     EXPECT_EQ(first["modules"]["7"]["occurrences"].asInt(), first["saved"].asInt() + 1);
     EXPECT_EQ(json({"recover", broken})["saved"], 0);
     fs::copy(broken, data_dir() / "moved");
