@@ -62,7 +62,8 @@ TEST_F(storage_script, keeps_the_schedule) {
     expect("04:00", 17 * HOUR);
     expect("13:00,11:59,12:30", HOUR / 2);
     expect("12:00", 25 * HOUR);
-    for (const char* text : {"", "25:00", "3:00", "12:01,", "-5", "1.5", "2147483648"}) {
+    expect("23:59", 12 * HOUR - 60);
+    for (const char* text : {"", "24:00", "12:60", "3:00", "12:01,", "-5", "1.5", "2147483648"}) {
         expect(text, 16 * HOUR, 2);
     }
     config["processor"]["dispatching_spread"] = 1000;
