@@ -89,6 +89,12 @@ TEST_F(store_commands, foretell_a_pass) {
     setenv("TEV_CLOCK", std::to_string(std::time(nullptr) + 60).c_str(), 1);
     const Json::Value plan = look({"plan"});
     EXPECT_EQ(plan["dropped_reports"], 2);
+    int sealed = 0;
+    for (const Json::Value& report : look({"list"})) {
+        sealed += report["sealed"].asInt();
+    }
+    EXPECT_EQ(sealed, 5);
+    EXPECT_TRUE(look({"times"})[0]["sealed"].asBool());
 
     strings requests_wanted, sizes, ids;
     for (const Json::Value& request : plan["requests"]) {
