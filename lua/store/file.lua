@@ -126,9 +126,9 @@ local function recognise()
   if not ours and database.number("SELECT count(*) FROM sqlite_master") == 0 then
     migrate(0)
   elseif not ours or version < 1 then
-    error("not a report store", 0)
+    fail("not a report store")
   elseif version > #VERSIONS then
-    error("of version " .. version .. ", newer than this script's " .. #VERSIONS, 0)
+    fail("of version " .. version .. ", newer than this script's " .. #VERSIONS)
   elseif version < #VERSIONS then
     migrate(version)
   end
@@ -151,7 +151,7 @@ local function open()
   database.row("PRAGMA locking_mode = NORMAL")
   if not journal then database.row("PRAGMA journal_mode = DELETE") end
   local message = keep_bounds(journal and kept or 0)
-  if message and is_lost(message) then error(message, 0) end
+  if message and is_lost(message) then fail(message) end
 end
 
 local function close()
@@ -216,7 +216,7 @@ local function set_aside(message)
       os.remove(path)
     elseif exists(path) then
       local moved, reason = os.rename(path, kept .. suffixes[at])
-      if not moved then error(reason, 0) end
+      if not moved then fail(reason) end
     end
   end
 end
@@ -242,7 +242,7 @@ local function serve(operation, ...)
   end
   if not done then
     close()
-    error("report store: " .. result, 0)
+    fail("report store: " .. result)
   end
   return result
 end

@@ -126,7 +126,7 @@ local function list_times()
     tell(dropped, "age")
     return (survey(now))
   end
-  if not means(message, FULL) then error(message, 0) end
+  if not means(message, FULL) then fail(message) end
   pcall(database.execute, "ROLLBACK")
   return times
 end
@@ -172,7 +172,7 @@ function save_report(report)
   report.aggregationid = unsigned(report.aggregationid)
   local stored, result = pcall(serve, store_report, report)
   if stored then return result end
-  if not means(result, FULL) then error(result, 0) end
+  if not means(result, FULL) then fail(result) end
   WARN("report refused, " .. result)
   return 0
 end
@@ -190,7 +190,7 @@ function get_ids_by_dispatch_time(time)
 end
 
 function get_report_as_json_by_id(id)
-  return serve(read_report, id) or error("unknown report id: " .. whole(id), 0)
+  return serve(read_report, id) or fail("unknown report id: " .. whole(id))
 end
 
 function remove_report_by_id(id)

@@ -18,7 +18,7 @@ local function describe()
     size = page_count() * PAGE_SIZE, free = free_pages() * PAGE_SIZE,
     limit = page_limit() < NO_LIMIT and page_limit() * PAGE_SIZE or 0 }
   if database.number("PRAGMA application_id") ~= APPLICATION_ID then
-    error("not a report store", 0)
+    fail("not a report store")
   elseif answer.version ~= #VERSIONS then
     return answer
   end
@@ -75,7 +75,7 @@ local function rehearse()
     if sql == "BEGIN IMMEDIATE" or sql == "COMMIT" or string.find(sql, "incremental_vacuum", 1, true) then return 0 end
     local done, result = pcall(execute, sql, ...)
     if done then return result end
-    execute = function() error(result, 0) end
+    execute = function() fail(result) end
     execute()
   end
   WARN = function() end
@@ -116,7 +116,7 @@ local QUESTIONS = {
 -- called under the agent's lock, and not while the database has an unfinished write, which opening it ends.
 function inspect(question)
   local done, answer = pcall(function()
-    if get_db_size() < 0 then error("there is no store", 0) end
+    if get_db_size() < 0 then fail("there is no store") end
     database = sqlite3.open(PATH_TO_DB, BUSY_WAIT_MS)
     database.row("PRAGMA query_only = ON")
     local word, about = string.match(question, "^(%a+) ?(.*)$")

@@ -46,7 +46,7 @@ local function restore(report, body)
   return transaction(function()
     local state, limit = read_state(), page_limit()
     if pages_for(#body) > limit - page_count() + free_pages() then
-      error("no room below db_max_size without dropping reports", 0)
+      fail("no room below db_max_size without dropping reports")
     end
     return insert_report(state, report, { time = dispatch_time(state, get_timestamp()), body = body,
       count = report.count, first_time = report.first_time, last_time = report.last_time })
@@ -54,7 +54,7 @@ local function restore(report, body)
 end
 
 local function step(other, asked)
-  if other.number("PRAGMA application_id") ~= APPLICATION_ID then error("not a report store", 0) end
+  if other.number("PRAGMA application_id") ~= APPLICATION_ID then fail("not a report store") end
   local answer = asked.save and {} or survey_aside(other)
   local id, go_on = next_aside(other, asked.from)
   answer.go_on = go_on
@@ -77,7 +77,7 @@ function recover(text)
   local other = sqlite3.open(asked.path, BUSY_WAIT_MS)
   local read, answer = pcall(step, other, asked)
   other.close()
-  if not read then error("nothing can be read of " .. asked.path .. ": " .. answer, 0) end
+  if not read then fail("nothing can be read of " .. asked.path .. ": " .. answer) end
   local report = answer.report
   if report and asked.save then
     answer.saved = report.content ~= nil

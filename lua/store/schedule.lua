@@ -37,7 +37,7 @@ local function next_clock_time(times, moment)
     for at = 1, #times do
       local time = os.time({ year = today.year, month = today.month, day = today.day + days,
         hour = times[at].hour, min = times[at].min, sec = 0 })
-      if time and time > moment and (not best or time < best) then best = time end
+      if time and time > moment then best = math.min(time, best or time) end
     end
   end
   return best or moment

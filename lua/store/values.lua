@@ -12,6 +12,11 @@ local DAY = 86400
 -- 2026-10-01 in seconds since 1970, the first release. A clock that shows less was never set. Never to be raised.
 local FIRST_RELEASE = 1790812800
 
+-- Ends a call with a message for people, as it stands: without a place in this text before it.
+local function fail(message)
+  error(message, 0)
+end
+
 -- Widens again what the agent narrowed: the device's Lua integers have 32 bits with a sign.
 local function unsigned(number)
   return number < 0 and number + 4294967296 or number
