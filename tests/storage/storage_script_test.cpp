@@ -70,6 +70,7 @@ TEST_F(storage_script, keeps_the_schedule) {
     expect("12:00", 145);
     set_system_info("value", "801", "D1");
     expect("12:00", 501);
+    expect("3600", 501);
     // As a hand may write it: with comments, quotes in odd places and no end of line.
     const char* by_hand = R"(
 CONFIG = '{/*"*/"processor": //{\n {"dispatching_spread": 400}, "a": "\\"//"}'
@@ -180,6 +181,7 @@ TEST_F(storage_script, keeps_each_store_that_is_not_its_own) {
         const unsigned id = save("goes on", 1);
         EXPECT_EQ(list(), ids{id});
         EXPECT_TRUE(read_text(kept) == foreign) << change;
+        EXPECT_TRUE(std::filesystem::exists(kept + "-journal")) << change;
         EXPECT_EQ(
             recorder.count("E LUA: report store is set aside, kept as " + kept + ": " + reason),
             1U);
@@ -295,8 +297,11 @@ TEST_F(storage_script, makes_the_room_again_that_its_journal_has_lost) {
 }
 
 TEST_F(storage_script, gives_any_content_back) {
-    std::vector<std::string> contents{
-        "", {"\0\"\\\n\0", 5}, "\xff\xfe\xc0\x80", std::string(1 << 20, 'x')};
+    std::vector<std::string> contents{"",
+                                      {"\0\"\\\n\0", 5},
+                                      "\xff\xfe\xc0\x80",
+                                      std::string(1 << 20, 'x'),
+                                      R"({"caller": "c", "filehash": "no JSON", "x": NaN})"};
     std::generate_n(std::back_inserter(contents.emplace_back()), 1 << 20, std::ref(random));
     for (const unsigned depth : {998U, 1001U, 500000U}) {
         contents.push_back(R"({"caller": "c", "filehash": "f", "x": )" + std::string(depth, '[') +
@@ -306,6 +311,7 @@ TEST_F(storage_script, gives_any_content_back) {
     for (const std::string& content : contents) {
         EXPECT_NE(save(content), 0U);
     }
+    EXPECT_EQ(query("SELECT count(*) FROM alike"), "1");
     std::string bytes = read_text(file);
     const std::size_t at = bytes.find(read(damaged)["content"].asString().substr(700, 8));
     write_text(file, bytes.replace(at, 8, {"\"\\\0\xff{}'\n", 8}));
@@ -344,7 +350,8 @@ TEST_F(storage_script, gives_any_content_back) {
         EXPECT_TRUE(reporter::inflate(stream.data(), unsigned(stream.size())) == content);
         cursor.remove();
     }
-    EXPECT_EQ(query("SELECT saved, removed, (SELECT count(*) FROM alike) FROM accounts"), "9|9|0");
+    EXPECT_EQ(query("SELECT saved, removed, (SELECT count(*) FROM alike) FROM accounts"),
+              "10|10|0");
 }
 
 TEST_F(storage_script, comes_through_a_power_cut_at_any_write) {
