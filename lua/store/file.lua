@@ -56,8 +56,11 @@ end
 -- A removal writes the header, the accounts and, on four ways down a tree, the root and up to three pages on
 -- each of three levels: 42. Giving back 17 pages writes each, its parent and the page before it, beside those two: 53.
 -- Of the pages that a content frees, the journal gets one in 1016, which the free list takes as a trunk to list the
--- others in, and one pointer map for 819: less than one in 400 together. The rest is slack.
-local JOURNAL_PAGES, FREED_PAGES = 64, 400
+-- others in, and one pointer map for 819: less than one in 400 together, and two more.
+local JOURNAL_PAGES, FREED_PAGES = 55, 400
+
+-- The least room that is made. It lasts until the file has 15 MiB, so that few stores ever make it anew.
+local LEAST_ROOM = 64
 
 local function journal_need(file_pages)
   return JOURNAL_PAGES + math.floor(file_pages / FREED_PAGES)
@@ -93,7 +96,7 @@ end
 -- so that it is seldom made. Returns SQLite's message when the disk has no room.
 local function keep_bounds(room)
   local pages, grown, message = page_count(), true, nil
-  local need = room >= journal_need(pages) and room or journal_need(2 * pages)
+  local need = room >= journal_need(pages) and room or math.max(journal_need(2 * pages), LEAST_ROOM)
   database.number("PRAGMA journal_size_limit = %d", (need + 8) * (PAGE_SIZE + 8))
   if room < need then grown, message = pcall(grow_journal, need) end
   if not grown then pcall(database.execute, "ROLLBACK") end
