@@ -71,7 +71,7 @@ place value_behind(const std::string& text, std::size_t name_end) {
         return {begin + 1, end_of_string(text, begin + 1)};
     }
     return {begin,
-            std::min(quoted ? text.find_first_not_of("0123456789", begin) : text.find('\n', begin),
+            std::min(quoted ? text.find_first_not_of("-+.0123456789Ee", begin) : text.find('\n', begin),
                      text.size())};
 }
 

@@ -83,14 +83,14 @@ end
 
 -- Id and count of the newest report under a key, nil when it is sealed or gone.
 local function find_alike(key)
-  return database.row("SELECT reports.id + 0.0 AS id, count + 0.0 AS count FROM alike "
+  return database.row("SELECT reports.id + 0.0 AS id, coalesce(count, 1) + 0.0 AS count FROM alike "
     .. "CROSS JOIN batches ON batches.batch = alike.batch AND sealed = 0 "
     .. "CROSS JOIN reports ON reports.id = alike.id AND reports.id BETWEEN first_id AND last_id "
     .. "WHERE key = " .. key)
 end
 
 local function join(id, now)
-  database.execute("UPDATE reports SET count = count + 1, last_time = %.0f WHERE id = %.0f", now, id)
+  database.execute("UPDATE reports SET count = coalesce(count, 1) + 1, last_time = %.0f WHERE id = %.0f", now, id)
   account("saved = saved + 1, joined = joined + 1")
 end
 

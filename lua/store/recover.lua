@@ -1,5 +1,8 @@
 -- Saves what can be read of a store that was set aside into the present one, for a technician's program.
 
+-- Ids that one call tries one by one where a page of each table is damaged.
+local PROBES = 1000
+
 local function read_of(other, sql, ...)
   local read, row = pcall(other.row, sql, ...)
   return read and row or nil
@@ -20,25 +23,37 @@ local function first_id(other, name, from)
   return read and (id or math.huge) or nil
 end
 
--- The next id from one on, infinite at the end. Damage to a page hides the ids on it and stops a walk over them, but not
--- the way to others, and the two tables have the same ids on different pages. Where it hides both, nil and where to go
--- on: one further, but not before the first id, which the batches tell.
-local function next_aside(other, from)
+-- The next id from one on in either table, infinite at the end, nil where damage hides it in both. The two have the
+-- same ids on different pages, so one leads over what is hidden in the other.
+local function next_of_either(other, from)
   local report, content = first_id(other, "reports", from), first_id(other, "contents", from)
-  if report and content then return math.min(report, content) end
-  if report or content then return report or content end
+  return report and content and math.min(report, content) or report or content
+end
+
+-- Likewise, past what is hidden in both: that is tried id by id, between bounds that the batches and the accounts tell.
+-- Without an id, where to go on, nil at the end.
+local function next_aside(other, from)
+  local id = next_of_either(other, from)
+  if id then return id end
   local bounds = read_of(other, "SELECT (SELECT min(first_id) FROM batches) + 0.0 AS least, next_id + 0.0 AS beyond "
-    .. "FROM accounts WHERE one = 1 AND least NOT NULL")
-  local further = bounds and math.max(from + 1, bounds.least)
-  return nil, further and further < bounds.beyond and further or nil
+    .. "FROM accounts WHERE one = 1 AND least + beyond NOT NULL")
+  if not bounds then fail("it does not tell which ids there are behind " .. whole(from)) end
+  local first = math.max(from + 1, bounds.least)
+  local last = math.min(first + PROBES, bounds.beyond)
+  for further = first, last do
+    id = next_of_either(other, further)
+    if id then return id end
+  end
+  return nil, last < bounds.beyond and last + 1 or nil
 end
 
 -- The content in the form in which it is stored, nil unless it is whole.
 local function body_aside(other, id)
-  local row = read_of(other, "SELECT lower(hex(sha256)) AS sha256, body || '' AS body FROM contents WHERE id = %.0f", id)
+  local row = read_of(other, "SELECT lower(hex(sha256)) AS sha256, body || '' AS body FROM contents WHERE id = %.0f",
+    id)
   if not row or not row.body or string.find(row.body, "[^A-Za-z0-9+/=]") then return nil end
   local content = inflate(base64_decode(row.body))
-  return content and sha256(content) == row.sha256 and content, row.body
+  return content and sha256(content) == row.sha256 and content or nil, row.body
 end
 
 -- With its count and times, under a new id, by itself: nothing joins it and nothing is dropped for it.
@@ -77,7 +92,7 @@ function recover(text)
   local other = sqlite3.open(asked.path, BUSY_WAIT_MS)
   local read, answer = pcall(step, other, asked)
   other.close()
-  if not read then fail("nothing can be read of " .. asked.path .. ": " .. answer) end
+  if not read then fail("nothing more can be read of " .. asked.path .. ": " .. answer) end
   local report = answer.report
   if report and asked.save then
     answer.saved = report.content ~= nil

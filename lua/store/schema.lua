@@ -60,7 +60,8 @@ end
 local function begin_accounts()
   database.execute("BEGIN IMMEDIATE")
   database.execute("REPLACE INTO accounts(one, saved, listed_days, set_aside, next_id, store) "
-    .. "SELECT 1, total(count), coalesce(max(day), 0), %d, max(coalesce(max(id) + 1, 0), %d + abs(random() %% %d)), "
+    .. "SELECT 1, total(min(max(coalesce(count, 1), 1), 2147483647)), coalesce(max(day), 0), %d, "
+    .. "max(coalesce(max(id) + 1, 0), %d + abs(random() %% %d)), "
     .. "lower(hex(randomblob(16))) FROM reports WHERE id > 0", times_set_aside, LOWEST_ID, ID_SPREAD)
   database.execute("UPDATE batches SET last_id = min(last_id, (SELECT next_id - 1 FROM accounts WHERE one = 1)) "
     .. "WHERE batch >= %.0f", BATCH_BASE)

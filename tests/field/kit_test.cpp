@@ -138,7 +138,8 @@ TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
         "UPDATE sqlite_master SET sql = replace(sql, 'INTEGER NOT NULL', 'INTEGER')");
     const std::string middle = "(SELECT id FROM reports ORDER BY id LIMIT 1 OFFSET 135)";
     query("UPDATE accounts SET removed = NULL; UPDATE reports SET count = 2 WHERE id = " + middle +
-          "; UPDATE reports SET type = NULL, count = NULL WHERE id = 1 + " + middle);
+          "; UPDATE reports SET type = NULL, count = NULL WHERE id = 1 + " + middle +
+          "; UPDATE contents SET sha256 = x'00' WHERE id = 2 + " + middle);
     const fs::path store = data_dir() / "db_reports", broken = data_dir() / "db_reports.broken";
     std::string bytes = read_text(store);
     const auto damage = [&](const std::string& table, const std::string& order) {
@@ -149,21 +150,25 @@ TEST_F(kit, recovers_what_is_whole_of_a_damaged_store) {
         return query_number("SELECT ncell" + leaf);
     };
     // What is in both tables on a damaged page is hidden: the first reports and the last.
-    const unsigned hidden = damage("contents", "path") + damage("contents", "path DESC"),
-                   rows = damage("reports", "path") + damage("reports", "path DESC"),
-                   content = damage("contents", "path LIMIT 1 OFFSET 140 --");
+    const std::size_t hidden = damage("contents", "path") + damage("contents", "path DESC"),
+                      rows = damage("reports", "path") + damage("reports", "path DESC"),
+                      content = damage("contents", "path LIMIT 1 OFFSET 140 --");
     write_text(store, bytes);
     use_port(1);
     expect("E LUA: report store is set aside, kept as *", 0);
 
     write_text(data_dir() / "recovered", "1 3");  // cut short by a full disk
     const Json::Value first = json({"recover", broken});
-    EXPECT_EQ(first["saved"].asUInt(), 270 - rows - content);
-    EXPECT_EQ(first["unreadable"].asUInt(), rows - hidden + content);
+    EXPECT_EQ(first["saved"].asUInt(), 270 - rows - content - 1);
+    EXPECT_EQ(first["unreadable"].asUInt(), rows - hidden + content + 1);
     EXPECT_EQ(first["modules"]["7"]["occurrences"].asInt(), first["saved"].asInt() + 1);
     EXPECT_EQ(json({"recover", broken})["saved"], 0);
     fs::copy(broken, data_dir() / "moved");
     EXPECT_NE(output({"recover", data_dir() / "moved"}).find("nothing is left to save"),
+              std::string::npos);
+    damage("accounts", "path");
+    write_text(data_dir() / "moved", bytes);
+    EXPECT_NE(output({"recover", data_dir() / "moved"}, 1).find("does not tell which ids"),
               std::string::npos);
     use_collector();
     run_pass();
