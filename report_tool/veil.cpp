@@ -70,9 +70,9 @@ place value_behind(const std::string& text, std::size_t name_end) {
     if (quoted && text[begin] == '"') {
         return {begin + 1, end_of_string(text, begin + 1)};
     }
-    return {begin,
-            std::min(quoted ? text.find_first_not_of("-+.0123456789Ee", begin) : text.find('\n', begin),
-                     text.size())};
+    return {begin, std::min(quoted ? text.find_first_not_of("-+.0123456789Ee", begin)
+                                   : text.find('\n', begin),
+                            text.size())};
 }
 
 std::vector<place> named_values(const std::string& text) {
